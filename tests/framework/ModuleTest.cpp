@@ -1,0 +1,114 @@
+#include "framework/kor/Module.h"
+
+#include "framework/bel/BelDiagnostics.h"
+#include "framework/kor/Packet.h"
+#include "tests/support/Harness.h"
+
+#include <gtest/gtest.h>
+
+using namespace zortest;
+
+namespace {
+
+TEST(Module, NewModuleHasNullNeighboursNeverNullptr) {
+    CKorModule module("Lonely");
+    EXPECT_EQ(module.DownStreamModule(), CKorNullModule::GetModule());
+    EXPECT_EQ(module.UpStreamModule(), CKorNullModule::GetModule());
+    EXPECT_TRUE(module.DownStreamModule()->IsNull());
+}
+
+TEST(Module, NullModuleTakesAndReleasesEveryPacket) {
+    CKorPacket* packet = MakeDataPacket(1);
+    packet->AddRef();
+    EXPECT_EQ(CKorNullModule::GetModule()->Receive(packet), 1);
+    EXPECT_EQ(packet->RefCount(), 1u);
+    packet->Release();
+}
+
+TEST(Module, PipeLinksLeftToRightBothWays) {
+    CTestSource source;
+    CKorModule middle("Middle");
+    CTestSink sink;
+    source | middle | sink;
+    EXPECT_EQ(source.DownStreamModule(), &middle);
+    EXPECT_EQ(middle.UpStreamModule(), &source);
+    EXPECT_EQ(middle.DownStreamModule(), &sink);
+    EXPECT_EQ(sink.UpStreamModule(), &middle);
+}
+
+TEST(Module, ReceiveSuccessHandsTheReferenceOver) {
+    CTestSource source;
+    CTestSink sink;
+    source | sink;
+    CKorPacket* packet = MakeDataPacket(1);
+    EXPECT_TRUE(source.Push(packet));
+    ASSERT_EQ(sink.Count(), 1);
+    EXPECT_EQ(sink.Packets()[0], packet);
+    EXPECT_EQ(packet->RefCount(), 1u) << "a hop must not touch the count";
+}
+
+TEST(Module, RefusalLeavesTheReferenceWithTheCallerUntilPoll) {
+    CTestSource source;
+    CTestSink sink;
+    source | sink;
+    sink.m_Refuse = true;
+    CKorPacket* packet = MakeDataPacket(1);
+    EXPECT_FALSE(source.Push(packet));
+    EXPECT_EQ(source.Pending(), packet);
+    EXPECT_EQ(packet->RefCount(), 1u);
+    sink.m_Refuse = false;
+    source.Poll();
+    EXPECT_EQ(source.Pending(), nullptr);
+    EXPECT_EQ(sink.Count(), 1);
+}
+
+TEST(Module, DestroyedModuleUnlinksItsNeighbours) {
+    CTestSource source;
+    CTestSink sink;
+    {
+        CKorModule middle("Middle");
+        source | middle | sink;
+    }
+    EXPECT_TRUE(source.DownStreamModule()->IsNull());
+    EXPECT_TRUE(sink.UpStreamModule()->IsNull());
+}
+
+TEST(Module, RelinkingDetachesTheOldNeighbour) {
+    CTestSource source;
+    CTestSink a;
+    CTestSink b;
+    source | a;
+    source | b;
+    EXPECT_TRUE(a.UpStreamModule()->IsNull());
+    EXPECT_EQ(b.UpStreamModule(), &source);
+}
+
+TEST(Module, PrintChainIndentsEachLevelByFour) {
+    CKorModule a("A");
+    CKorModule b("B");
+    CKorModule c("C");
+    a | b | c;
+    CBelDiagnosticCapture capture;
+    a.PrintChain();
+    EXPECT_STREQ(capture.Text(EBelDiagnosticKind::Dump), "A\n    B\n        C\n");
+    EXPECT_EQ(CKorModule::sm_PrintOffset, 0);
+}
+
+TEST(Module, TimeFollowsTheClockTimesTheScaleFactor) {
+    CVirtualClockScope clock;
+    CKorModule module("Timed");
+    module.SetTime(1000);
+    clock.Advance(100);
+    EXPECT_EQ(module.GetTime(), 1100);
+    module.SetTimeScaleFactor(4.0);
+    clock.Advance(100);
+    EXPECT_EQ(module.GetTime(), 1500);
+    auto* timeBase = new CKorTimeBasePacket(50000, 0.5);
+    module.SetTimeBase(timeBase);
+    timeBase->Release();
+    clock.Advance(200);
+    EXPECT_EQ(module.GetTime(), 50100);
+    EXPECT_EQ(module.GetTimeBase(), timeBase);
+}
+
+} // namespace

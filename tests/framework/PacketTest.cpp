@@ -1,0 +1,136 @@
+#include "framework/kor/Packet.h"
+
+#include "framework/kor/Metadata.h"
+#include "framework/kor/PacketSource.h"
+
+#include <gtest/gtest.h>
+#include <set>
+
+namespace {
+
+TEST(Packet, ReleaseAtZeroReturnsPacketToItsPool) {
+    CKorPacketPool& pool = g_AudioPacketSource.Pool();
+    CKorAudioPacket* first = g_AudioPacketSource.NewPacket(1440);
+    first->Release();
+    const long before = pool.Allocations();
+    for (int i = 0; i < 100; ++i) {
+        CKorAudioPacket* packet = g_AudioPacketSource.NewPacket(1440);
+        EXPECT_EQ(packet->RefCount(), 1u);
+        EXPECT_EQ(packet->GetDataSize(), 0u);
+        EXPECT_EQ(packet->GetCapacity(), 1440u);
+        packet->SetDataSize(1440);
+        packet->SetAttribute(1, i);
+        packet->Release();
+    }
+    EXPECT_EQ(pool.Allocations(), before) << "steady state must reuse pooled packets";
+}
+
+TEST(Packet, RecycledPacketComesBackInNewState) {
+    CKorVideoPacket* packet = g_VideoPacketSource.NewPacket(100);
+    packet->SetTimeStamp(0xFFFFFFF0u);
+    packet->SetTimeStampValid(true);
+    packet->SetFrameType(CKorVideoPacket::P_FRAME);
+    packet->SetAttribute(1, 42);
+    packet->SetMetadataHandler(new CKorBoundingBoxesMD, true);
+    packet->Release();
+    CKorVideoPacket* again = g_VideoPacketSource.NewPacket(100);
+    EXPECT_FALSE(again->IsTimeStampValid());
+    EXPECT_EQ(again->GetFrameType(), CKorVideoPacket::I_FRAME);
+    EXPECT_EQ(again->GetAttributeCount(), 0);
+    EXPECT_EQ(again->GetMetadataHandler(), nullptr);
+    again->Release();
+}
+
+TEST(Packet, TimeStampReadsSignedAndWritesUnsigned) {
+    CKorPacket* packet = g_DataPacketSource.NewPacket(8);
+    packet->SetTimeStamp(0xFFFFFFFFu);
+    EXPECT_EQ(packet->GetTimeStamp(), -1);
+    packet->Release();
+}
+
+TEST(Packet, AttributesReplaceByNumberAndRefuseWhenFull) {
+    CKorPacket* packet = g_DataPacketSource.NewPacket(8);
+    int value = 0;
+    EXPECT_FALSE(packet->GetAttribute(1, &value));
+    packet->SetAttribute(1, 5);
+    packet->SetAttribute(1, 7);
+    ASSERT_TRUE(packet->GetAttribute(1, &value));
+    EXPECT_EQ(value, 7);
+    for (int n = 2; n <= CKorPacket::kMaxAttributes; ++n) {
+        EXPECT_TRUE(packet->SetAttribute(n, n));
+    }
+    EXPECT_FALSE(packet->SetAttribute(1000, 1));
+    packet->Release();
+}
+
+TEST(Packet, CloneCopiesFieldsPayloadAndMetadata) {
+    CKorAudioPacket* packet = g_AudioPacketSource.NewPacket("abcd", 4, 0);
+    WAVEFORMATEX format{7, 1, 8000, 8000, 1, 8, 0};
+    packet->SetAudioFormat(&format, 99);
+    packet->SetStreamNo(3);
+    auto* boxes = new CKorBoundingBoxesMD;
+    boxes->AddBox({1, 2, 3, 4, 5});
+    packet->SetMetadataHandler(boxes, true);
+    auto* copy = static_cast<CKorAudioPacket*>(packet->Clone());
+    EXPECT_NE(copy, packet);
+    EXPECT_EQ(copy->GetKind(), CKorPacket::KIND_AUDIO);
+    EXPECT_EQ(copy->GetStreamNo(), 3);
+    EXPECT_EQ(copy->GetFormatSeqNumber(), 99);
+    EXPECT_EQ(copy->GetAudioFormat()->wFormatTag, 7);
+    ASSERT_EQ(copy->GetDataSize(), 4u);
+    EXPECT_EQ(0, std::memcmp(copy->GetData(), "abcd", 4));
+    auto* copiedBoxes =
+        static_cast<CKorBoundingBoxesMD*>(copy->FindMetadata(kMetadataBoundingBoxes));
+    ASSERT_NE(copiedBoxes, nullptr);
+    EXPECT_NE(copiedBoxes, boxes);
+    EXPECT_EQ(copiedBoxes->GetBoxCount(), 1);
+    copy->Release();
+    packet->Release();
+}
+
+TEST(Packet, FormatSequenceNumbersAreNeverRepeated) {
+    std::set<long> seen;
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_TRUE(seen.insert(CKorPacket::GetNewFormatSeqNumber()).second);
+    }
+}
+
+TEST(Packet, ReferencedPacketsLiveAsLongAsTheReferrer) {
+    CKorPacket* part = g_DataPacketSource.NewPacket(8);
+    CKorPacket* whole = g_DataPacketSource.NewPacket(8);
+    ASSERT_TRUE(whole->AddReference(part));
+    EXPECT_EQ(part->RefCount(), 2u);
+    part->Release();
+    EXPECT_EQ(whole->GetReference(0), part);
+    EXPECT_EQ(part->RefCount(), 1u);
+    whole->Release(); // releases the part too (LeakSanitizer checks)
+}
+
+TEST(Packet, VideoFormatsAreSharedPerHeader) {
+    BITMAPINFOHEADER header{40, 352, 288, 1, 12, MakeFourCC('H', '2', '6', '4'), 0, 0, 0, 0, 0};
+    CKorVideoFormat* a = CKorVideoPacket::GetVideoFormat(&header, 5, 0);
+    CKorVideoFormat* b = CKorVideoPacket::GetVideoFormat(&header, 5, 0);
+    EXPECT_EQ(a, b);
+    CKorVideoPacket* packet = g_VideoPacketSource.NewPacket(16);
+    packet->SetBitmapFormat(a);
+    EXPECT_EQ(packet->GetBitmapInfo()->biWidth, 352);
+    EXPECT_EQ(packet->GetFormatSeqNumber(), 5);
+    CKorVideoPacket::ReleaseVideoFormat(a);
+    CKorVideoPacket::ReleaseVideoFormat(b);
+    EXPECT_EQ(packet->GetBitmapInfo()->biHeight, 288); // the packet's reference keeps it
+    packet->Release();
+}
+
+TEST(Packet, DataSizeBeyondCapacityIsRefused) {
+    CKorPacket* packet = g_DataPacketSource.NewPacket(10);
+    EXPECT_TRUE(packet->SetDataSize(10));
+    EXPECT_FALSE(packet->SetDataSize(11));
+    packet->SetHeaderBufferLength(4);
+    EXPECT_EQ(packet->GetDataCapacity(), 6u);
+    EXPECT_EQ(packet->GetDataSize(), 6u);
+    EXPECT_EQ(packet->GetAddress(CKorPacket::SEGMENT_DATA),
+              packet->GetAddress(CKorPacket::SEGMENT_HEADER) + 4);
+    packet->Release();
+}
+
+} // namespace
