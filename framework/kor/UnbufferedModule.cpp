@@ -47,22 +47,20 @@ int CKorUnbufferedModule::Receive(CKorPacket* packet) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
         return 0;
     }
+    if ((m_pPending && !DeliverPending()) || m_Locked) {
+        return 0;
+    }
+    if (m_Disabled) {
+        return DownStreamModule()->Receive(packet);
+    }
     m_InRecv = 1;
-    int taken = 0;
-    if (!DeliverPending() || m_Locked) {
-        taken = 0;
-    } else if (m_Disabled) {
-        taken = DownStreamModule()->Receive(packet);
-    } else {
-        m_pPacket = packet;
-        ProcessPacket();
-        if (!m_Locked) {
-            SendCurrent();
-        }
-        taken = 1;
+    m_pPacket = packet;
+    ProcessPacket();
+    if (!m_Locked && m_pPacket) {
+        SendCurrent();
     }
     m_InRecv = 0;
-    return taken;
+    return 1;
 }
 
 void CKorUnbufferedModule::Poll() {

@@ -1,0 +1,66 @@
+#include "entry/Registry.h"
+
+#include "framework/jok/JokDLL.h"
+
+constinit zorCJokHlpAutoRegFunction* CZorComponentRegistry::s_pHead = nullptr;
+constinit bool CZorComponentRegistry::s_Moved = false;
+
+zorCJokHlpAutoRegFunction::zorCJokHlpAutoRegFunction(const char* creationName,
+                                                     const char* description,
+                                                     JokFreeFunction function)
+    : CJokFreeFunctionObj(creationName, description, function),
+      m_pNext(CZorComponentRegistry::s_pHead) {
+    CZorComponentRegistry::s_pHead = this;
+}
+
+void CZorComponentRegistry::MoveRegistrationsTo(CJokDLL& module) {
+    if (s_Moved) {
+        return;
+    }
+    s_Moved = true;
+    for (zorCJokHlpAutoRegFunction* r = s_pHead; r; r = r->Next()) {
+        r->AddRef();
+        module.AppendFunction(r);
+    }
+}
+
+void ZorReturnNewComponent(CJokCommandContext* context, CJokComponent* component) {
+    CJokGdObject* value = CJokGdObject::Allocate(component);
+    component->ExternalRelease(); // the value now holds the only reference
+    context->SetReturnValue(value);
+    value->Release();
+}
+
+bool ZorReadPaths(CJokCommandContext* context, const char* creationName, CJokGdVector** paths,
+                  bool* proceed) {
+    CJokGenericData* value = nullptr;
+    context->GetParam("paths", &value, 1);
+    *proceed = context->CanProceed(0) != 0;
+    *paths = nullptr;
+    if (!*proceed || !value) {
+        if (value) {
+            value->Release();
+        }
+        return true;
+    }
+    if (value->GetType() == JOKGD_NULL) {
+        value->Release();
+        return true;
+    }
+    if (value->GetType() != JOKGD_VECTOR) {
+        CBelString message;
+        message.Format("%s: paths must be a vector of strings (or null)", creationName);
+        context->OutputErrorString(message);
+        value->Release();
+        return false;
+    }
+    *paths = static_cast<CJokGdVector*>(value);
+    return true;
+}
+
+int ZorNotAvailable(CJokCommandContext* context, const char* creationName) {
+    CBelString message;
+    message.Format("%s: not available in this build", creationName);
+    context->OutputErrorString(message);
+    return 1;
+}
