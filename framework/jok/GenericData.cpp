@@ -159,6 +159,8 @@ CJokCOMObject* CJokGdObject::GetCOMObject() const {
 }
 
 int CJokGdObject::GetInterface(const IID& iid, void** out, const char*) const {
+    if (!out)
+        return 0;
     *out = nullptr;
     return m_pUnknown->QueryInterface(iid, out) == S_OK && *out;
 }

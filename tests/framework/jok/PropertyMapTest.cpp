@@ -227,3 +227,16 @@ TEST_F(PropertyMap, EnumeratorListsOwnPropertiesThenBase) {
               "interface IJokCommand {067F572E-8416-11D0-BDFD-0020AF6FA161}");
     EXPECT_TRUE(CProbeCom::PropertyMap().Find("Bump")->IsReadOnly());
 }
+
+TEST_F(PropertyMap, AccessorReadsNumbersOfAnotherComponent) {
+    CJokPropertyAccessor accessor(m_pProbe->GetCommand());
+    long value = -1;
+    m_pProbe->m_Gain = 7.9;
+    EXPECT_TRUE(accessor.GetLong("gain", value));
+    EXPECT_EQ(value, 7);
+    EXPECT_FALSE(accessor.GetLong("label", value)); // a string
+    EXPECT_FALSE(accessor.GetLong("noSuchName", value));
+    m_pProbe->m_Gain = 1e30;
+    EXPECT_FALSE(accessor.GetLong("gain", value));
+    EXPECT_EQ(value, 7);
+}
