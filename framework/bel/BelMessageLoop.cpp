@@ -1,8 +1,10 @@
 #include "framework/bel/BelMessageLoop.h"
 
 #include "framework/bel/BelClock.h"
+#include "framework/bel/BelIdleProcess.h"
 #include "framework/bel/BelTimer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -183,7 +185,7 @@ int CBelMessageLoop::RunUntilIdle() {
     int total = 0;
     for (int round = 0; round < kMaxRounds; ++round) {
         const int done = DeliverPosted() + FireDueTimers(BelDoubleTime());
-        if (done == 0) {
+        if (done == 0 && !RunIdleProcesses()) {
             break;
         }
         total += done;
@@ -259,6 +261,27 @@ void CBelMessageLoop::Quit() {
 bool CBelMessageLoop::HasPendingWork() const {
     std::lock_guard<std::mutex> lock(m_Mutex);
     return !m_Posted.empty() || !m_Timers.empty();
+}
+
+void CBelMessageLoop::AddIdleProcess(CBelIdleProcess* process) {
+    m_IdleProcesses.push_back(process);
+}
+
+void CBelMessageLoop::RemoveIdleProcess(CBelIdleProcess* process) {
+    m_IdleProcesses.erase(std::remove(m_IdleProcesses.begin(), m_IdleProcesses.end(), process),
+                          m_IdleProcesses.end());
+}
+
+bool CBelMessageLoop::RunIdleProcesses() {
+    bool more = false;
+    const std::vector<CBelIdleProcess*> processes = m_IdleProcesses;
+    for (CBelIdleProcess* process : processes) {
+        if (std::find(m_IdleProcesses.begin(), m_IdleProcesses.end(), process) !=
+            m_IdleProcesses.end()) {
+            more = process->OnIdle() || more;
+        }
+    }
+    return more;
 }
 
 long CBelMessageLoop::MessageCount() {

@@ -16,7 +16,9 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <vector>
 
+class CBelIdleProcess;
 class CBelTimer;
 
 // What a hidden window delivers messages to.
@@ -62,6 +64,10 @@ public:
     // Wakes a RunFor that waits on another thread and makes it return.
     void Quit();
 
+    // Idle processes run when a round delivers nothing (see BelIdleProcess.h).
+    void AddIdleProcess(CBelIdleProcess* process);
+    void RemoveIdleProcess(CBelIdleProcess* process);
+
     bool HasPendingWork() const;
     static long MessageCount();
 
@@ -81,6 +87,7 @@ private:
     };
 
     int DeliverPosted();
+    bool RunIdleProcesses();
     int FireDueTimers(double now);
     double NextTimerDue() const;
     void WaitUntil(double deadline);
@@ -92,4 +99,5 @@ private:
     std::map<STimerKey, CBelTimer*> m_Timers;
     std::map<const CBelTimer*, STimerKey> m_TimerIndex;
     std::uint64_t m_NextSequence = 0;
+    std::vector<CBelIdleProcess*> m_IdleProcesses; // owning thread only
 };

@@ -1,0 +1,108 @@
+#include "framework/bel/BelIdleProcess.h"
+#include "framework/bel/BelMessageLoop.h"
+#include "framework/bel/BelProbed.h"
+#include "framework/bel/BelStats.h"
+#include "framework/bel/BelString.h"
+#include "framework/bel/BelSubject.h"
+#include "framework/bel/BelThread.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+TEST(BelString, EditingOperationsKeepCountsConsistent) {
+    CBelString s("Synch.video");
+    EXPECT_EQ(s.GetLength(), 11);
+    EXPECT_STREQ(s.Left(5), "Synch");
+    EXPECT_STREQ(s.Right(5), "video");
+    EXPECT_EQ(s.ReverseFind('.'), 5);
+    EXPECT_STREQ(s.Left(100), "Synch.video");
+    EXPECT_STREQ(s.Right(-1), "");
+    s.MakeUpper();
+    EXPECT_EQ(s.CompareNoCase("synch.VIDEO"), 0);
+    EXPECT_NE(s.Compare("synch.video"), 0);
+    char* buffer = s.GetBuffer(32);
+    std::snprintf(buffer, 32, "%d", 42);
+    s.ReleaseBuffer();
+    EXPECT_STREQ(s, "42");
+    s.Format("%s-%03d", "n", 7);
+    EXPECT_STREQ(s + "!", "n-007!");
+}
+
+TEST(BelStats, MeanAndCountOfSamples) {
+    CBelStats stats;
+    EXPECT_EQ(stats.Mean(), 0.0);
+    for (double v : {1.0, 2.0, 6.0}) {
+        stats.AddSample(v);
+    }
+    EXPECT_EQ(stats.NumSamples(), 3);
+    EXPECT_DOUBLE_EQ(stats.Mean(), 3.0);
+    EXPECT_EQ(stats.Max(), 6.0);
+}
+
+class CCountingObserver : public CBelObserver {
+public:
+    void Update(CBelSubject*, int event) override { m_Sum += event; }
+    int m_Sum = 0;
+};
+
+TEST(BelSubject, DestroyedObserverIsNeverCalled) {
+    CBelSubject subject;
+    CCountingObserver kept;
+    subject.Attach(&kept);
+    {
+        CCountingObserver gone;
+        subject.Attach(&gone);
+        EXPECT_TRUE(subject.IsAttached(&gone));
+    }
+    subject.Notify(5);
+    EXPECT_EQ(kept.m_Sum, 5);
+}
+
+TEST(BelProbed, VariablesAreFoundByFolderAndName) {
+    CBelProbedLong threshold("threshold", "vmd", 12);
+    EXPECT_EQ(static_cast<long>(threshold), 12);
+    CBelProbedVariable* found = CBelRealTimeProber::Instance().Find("vmd/threshold");
+    ASSERT_EQ(found, &threshold);
+    found->SetFromDouble(30);
+    EXPECT_EQ(static_cast<long>(threshold), 30);
+}
+
+class CWorker : public CBelThread {
+public:
+    ~CWorker() override { Join(-1); }
+    CBelEvent m_Go;
+    CBelEvent m_Done;
+
+protected:
+    void Run() override {
+        m_Go.Wait(-1);
+        m_Done.Set();
+    }
+};
+
+TEST(BelThread, EventsHandOverBetweenThreads) {
+    CWorker worker;
+    ASSERT_TRUE(worker.Start(0, 0));
+    EXPECT_TRUE(worker.IsActive());
+    EXPECT_EQ(worker.m_Done.Wait(10), 0) << "nothing happens before the event is set";
+    worker.m_Go.Set();
+    EXPECT_EQ(worker.m_Done.Wait(-1), 1);
+    EXPECT_TRUE(worker.Join(-1));
+    EXPECT_FALSE(worker.IsActive());
+}
+
+class CIdleCounter : public CBelIdleProcess {
+public:
+    bool OnIdle() override { return ++m_Runs < 3; }
+    int m_Runs = 0;
+};
+
+TEST(BelIdleProcess, RunsWhileItHasWorkWhenTheLoopIsIdle) {
+    CIdleCounter idle;
+    CBelMessageLoop::Current().RunUntilIdle();
+    EXPECT_EQ(idle.m_Runs, 3);
+}
+
+} // namespace
