@@ -59,7 +59,8 @@ HWND CBelMessageLoop::MakeWindow(IBelWindowTarget* target) {
     std::lock_guard<std::mutex> lock(r.m_Mutex);
     const std::uintptr_t id = r.m_NextId++;
     r.m_Windows[id] = SWindow{this, target};
-    return reinterpret_cast<HWND>(id);
+    // Window handles are opaque ids, never dereferenced.
+    return reinterpret_cast<HWND>(id); // NOLINT(performance-no-int-to-ptr)
 }
 
 void CBelMessageLoop::DestroyWindow(HWND window) {

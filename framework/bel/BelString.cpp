@@ -18,7 +18,9 @@ void CBelString::Format(const char* format, ...) {
 void CBelString::FormatV(const char* format, va_list args) {
     va_list copy;
     va_copy(copy, args);
-    const int needed = std::vsnprintf(nullptr, 0, format, copy);
+    // va_copy initialised copy; the analyser does not follow it through the macro.
+    const int needed =
+        std::vsnprintf(nullptr, 0, format, copy); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(copy);
     if (needed < 0) {
         m_Text.clear();
