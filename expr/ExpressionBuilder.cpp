@@ -273,6 +273,7 @@ ExpressionList ExpressionBuilder::AppendToList(ExpressionList list, ExpressionEv
         return StartList(statement);
     auto* node = new ExpressionEvalCommaOp(statement, nullptr);
     list.m_Tail->Chain(node);
+    list.m_Head->CoverDepth(node->Depth());
     return {list.m_Head, node};
 }
 

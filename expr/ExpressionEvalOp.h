@@ -358,6 +358,9 @@ public:
     int GetType() const override { return kNoValue; }
     // Appends `next` as the right part of this (so far single) sequence node.
     void Chain(ExpressionEvalCommaOp* next);
+    // Makes the depth of a list's first node cover a statement appended further down the list
+    // (the list itself is walked in a loop and adds no depth).
+    void CoverDepth(int depth) { m_Depth = depth > m_Depth ? depth : m_Depth; }
 
 protected:
     const char* Symbol() const override { return "seq"; }
