@@ -7,12 +7,15 @@
 // "<creation name>: not available in this build"; each component replaces its row with its real
 // creation function.
 #include "entry/Registry.h"
+#include "filters/AdvancedPacketFilter.h"
+#include "filters/AttributeSetter.h"
+#include "filters/StreamFilter.h"
 
 namespace {
 
 // clang-format off
-zorCJokHlpAutoRegFunction s_Reg01("CreateAdvancedPacketFilter", "&CreateAdvancedPacketFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAdvancedPacketFilter"); });
-zorCJokHlpAutoRegFunction s_Reg02("CreateAttributeSetter", "&CreateAttributeSetter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAttributeSetter"); });
+zorCJokHlpAutoRegFunction s_Reg01("CreateAdvancedPacketFilter", "&CreateAdvancedPacketFilter", &CreateAdvancedPacketFilter);
+zorCJokHlpAutoRegFunction s_Reg02("CreateAttributeSetter", "&CreateAttributeSetter", &CreateAttributeSetter);
 zorCJokHlpAutoRegFunction s_Reg03("CreateAudioAnalyzer2", "&CAudioAnalyzer2Com", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioAnalyzer2"); });
 zorCJokHlpAutoRegFunction s_Reg04("CreateAudioAnalyzer", "&CAudioAnalyzerCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioAnalyzer"); });
 zorCJokHlpAutoRegFunction s_Reg05("CreateAudioCodec", "&CAudioCodecCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioCodec"); });
@@ -59,7 +62,7 @@ zorCJokHlpAutoRegFunction s_Reg45("CreateResynch", "&CreateResynch", [](CJokComm
 zorCJokHlpAutoRegFunction s_Reg46("CreateSortAndSend", "&CSortCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateSortAndSend"); });
 zorCJokHlpAutoRegFunction s_Reg47("CreateSplitter", "&CreateSplitter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateSplitter"); });
 zorCJokHlpAutoRegFunction s_Reg48("CreateStatsComponent", "&CStatsComp", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateStatsComponent"); });
-zorCJokHlpAutoRegFunction s_Reg49("CreateStreamFilter", "&CreateStreamFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateStreamFilter"); });
+zorCJokHlpAutoRegFunction s_Reg49("CreateStreamFilter", "&CreateStreamFilter", &CreateStreamFilter);
 zorCJokHlpAutoRegFunction s_Reg50("CreateSynch", "&CreateSynch", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateSynch"); });
 zorCJokHlpAutoRegFunction s_Reg51("CreateTextFilter", "&CreateTextFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateTextFilter"); });
 zorCJokHlpAutoRegFunction s_Reg52("CreateTimestampMixer", "&CreateTimestampMixer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateTimestampMixer"); });
