@@ -1,0 +1,650 @@
+#include "audio/codecs/G726.h"
+
+#include <array>
+#include <bit>
+#include <cstdint>
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
+
+// The per-sample steps must inline into the block loops so the state lives in registers.
+// The six-tap loops must unroll too, or the history shift becomes a memmove call per sample.
+#if defined(__GNUC__)
+#define ZOR_G726_INLINE inline __attribute__((always_inline))
+#define ZOR_G726_UNROLL _Pragma("GCC unroll 8")
+#elif defined(_MSC_VER)
+#define ZOR_G726_INLINE __forceinline
+#define ZOR_G726_UNROLL
+#else
+#define ZOR_G726_INLINE inline
+#define ZOR_G726_UNROLL
+#endif
+
+namespace zor::g726 {
+namespace {
+
+// Quantiser and adaptation tables by magnitude |I| (ITU-T G.726 quantizer tables for each rate,
+// in the Recommendation's fixed-point units): decision levels and reconstruction levels are
+// log2 values times 128, W(I) is scaled to the units of Y (times 512), F(I) to those of DMS
+// (times 512).
+struct RateTable {
+    int levels;       // number of magnitudes
+    int decision[15]; // DLN at which |I| steps up
+    int dqln[16];     // reconstruction level; -2048 stands for minus infinity
+    int w[16];        // scale factor multiplier W(I)
+    int f[16];        // speed control F(I)
+};
+
+constexpr RateTable kRate16 = {2, {261}, {116, 365}, {-704, 14048}, {0, 0xE00}};
+constexpr RateTable kRate24 = {
+    4, {8, 218, 331}, {-2048, 135, 273, 373}, {-128, 960, 4384, 18624}, {0, 0x200, 0x400, 0xE00}};
+constexpr RateTable kRate32 = {8,
+                               {-124, 80, 178, 246, 300, 349, 400},
+                               {-2048, 4, 135, 213, 273, 323, 373, 425},
+                               {-384, 576, 1312, 2048, 3584, 6336, 11360, 35904},
+                               {0, 0, 0, 0x200, 0x200, 0x200, 0x600, 0xE00}};
+constexpr RateTable kRate40 = {
+    16,
+    {-122, -16, 68, 139, 198, 250, 298, 339, 378, 413, 445, 475, 502, 528, 553},
+    {-2048, -66, 28, 104, 169, 224, 274, 318, 358, 395, 429, 459, 488, 514, 539, 566},
+    {448, 448, 768, 1248, 1280, 1312, 1856, 3200, 4512, 5728, 7008, 8960, 11456, 14080, 16928,
+     22272},
+    {0, 0, 0, 0, 0, 0x200, 0x200, 0x200, 0x200, 0x200, 0x400, 0x600, 0x800, 0xA00, 0xC00, 0xC00}};
+
+// Per-rate tables indexed by the full code, plus the quantiser as one lookup on DLN. DLN lies in
+// [-1280, 1783] (DL is at most 1919, Y >> 2 between 136 and 1280); the table covers 12 bits.
+template <int Bits> struct Rate {
+    static constexpr int kCodes = 1 << Bits;
+    static constexpr int kMask = kCodes - 1;
+    static constexpr int kSign = kCodes >> 1;
+
+    static constexpr const RateTable& Table() {
+        if constexpr (Bits == 2) {
+            return kRate16;
+        } else if constexpr (Bits == 3) {
+            return kRate24;
+        } else if constexpr (Bits == 4) {
+            return kRate32;
+        } else {
+            return kRate40;
+        }
+    }
+
+    // Negative codes count down from all ones, so |I| of code I is I or kMask - I.
+    static constexpr int Magnitude(int code) { return code & kSign ? kMask - code : code; }
+
+    struct CodeEntry {
+        short dqln;
+        short negative;
+        int w;
+        int f;
+    };
+    static constexpr std::array<CodeEntry, kCodes> MakeCodeTable() {
+        std::array<CodeEntry, kCodes> table{};
+        for (int code = 0; code < kCodes; ++code) {
+            const int m = Magnitude(code);
+            table[code] = {static_cast<short>(Table().dqln[m]),
+                           static_cast<short>((code & kSign) ? 1 : 0), Table().w[m], Table().f[m]};
+        }
+        return table;
+    }
+
+    // Code for a non-negative difference by DLN + 2048. Where the zero magnitude reconstructs to
+    // nothing (24, 32, 40 kbit/s) a positive zero is sent as all ones, the same code as a
+    // negative zero; at 16 kbit/s both magnitudes are real levels and code 0 is used.
+    static constexpr std::array<std::uint8_t, 4096> MakeQuantTable() {
+        std::array<std::uint8_t, 4096> table{};
+        for (int i = 0; i < 4096; ++i) {
+            const int dln = i - 2048;
+            int m = 0;
+            while (m < Table().levels - 1 && dln >= Table().decision[m]) {
+                ++m;
+            }
+            table[i] = static_cast<std::uint8_t>(m);
+        }
+        return table;
+    }
+
+    static constexpr std::array<CodeEntry, kCodes> kCode = MakeCodeTable();
+    static constexpr std::array<std::uint8_t, 4096> kQuant = MakeQuantTable();
+};
+
+ZOR_G726_INLINE int BitWidth(int value) {
+    return static_cast<int>(std::bit_width(static_cast<unsigned>(value)));
+}
+
+// FMULT: coefficient (already >> 2, 14-bit two's complement) times an 11-bit float history value,
+// with the Recommendation's 6-bit mantissa product and rounding. A zero coefficient counts as
+// mantissa 32, as the Recommendation has it. The shift is done in 64 bits so both directions are
+// one expression: left by WANEXP - 19 when positive, right otherwise.
+ZOR_G726_INLINE int FMult(int an, int srn) {
+    const int anmag = an > 0 ? an : (-an) & 0x1FFF;
+    const int anexp = BitWidth(anmag);
+    const int anmant = anmag == 0 ? 32 : (anmag << 6) >> anexp;
+    const int srexp = (srn >> 6) & 15;
+    const int wanmant = (anmant * (srn & 63) + 48) >> 4;
+    const int mag =
+        static_cast<int>(((static_cast<std::uint64_t>(wanmant) << (anexp + srexp)) >> 19) & 0x7FFF);
+    const bool negative = (an < 0) != (((srn >> 10) & 1) != 0);
+    return negative ? -mag : mag;
+}
+
+// FLOATA / FLOATB: magnitude and sign to the 11-bit format.
+ZOR_G726_INLINE int ToFloat(int mag, bool negative) {
+    const int exp = BitWidth(mag);
+    const int mant = mag == 0 ? 32 : (mag << 6) >> exp;
+    return (negative ? 0x400 : 0) | (exp << 6) | mant;
+}
+
+ZOR_G726_INLINE int FloatOfSr(int sr) {
+    return ToFloat(sr < 0 ? (-sr) & 0x7FFF : sr, sr < 0);
+}
+
+ZOR_G726_INLINE int Wrap16(int value) {
+    return static_cast<std::int16_t>(static_cast<std::uint16_t>(value));
+}
+
+// LIMA and MIX: the quantiser scale factor for this sample.
+ZOR_G726_INLINE int ScaleFactor(const State& s) {
+    const int al = s.ap >= 256 ? 64 : s.ap >> 2;
+    const int ylShort = s.yl >> 6;
+    const int dif = s.yu - ylShort;
+    const int sign = dif >> 31; // the product's magnitude is truncated, not its value
+    const int prod = ((((dif ^ sign) - sign) * al) >> 6 ^ sign) - sign;
+    return ylShort + prod;
+}
+
+// LOG, SUBTB and QUAN on a difference signal.
+template <int Bits> ZOR_G726_INLINE int Quantize(int d, int y) {
+    using R = Rate<Bits>;
+    const int dqm = d < 0 ? -d : d;
+    const int exp = BitWidth(dqm >> 1);
+    const int dl = (exp << 7) + (((dqm << 7) >> exp) & 0x7F);
+    const int m = R::kQuant[(dl - (y >> 2) + 2048) & 4095];
+    // Branch-free from here on: the sign of D is a coin flip for the branch predictor.
+    const int positive = (Bits != 2 && m == 0) ? R::kMask : m;
+    const int negative = d >> 31;
+    return (positive & ~negative) | ((R::kMask - m) & negative);
+}
+
+// ADDA and ANTILOG: the magnitude of the quantised difference.
+template <int Bits> ZOR_G726_INLINE int DequantizedMagnitude(int code, int y) {
+    const int dql = Rate<Bits>::kCode[code].dqln + (y >> 2);
+    const int below = dql >> 31; // a negative log is a zero magnitude
+    const int q = dql & ~below;
+    const int dqt = 128 + (q & 127);
+    return ((dqt << 7) >> (14 - (q >> 7))) & ~below;
+}
+
+// One sample's worth of results that both kernels need after the prediction.
+struct Step {
+    int sr;  // reconstructed signal, 16 bits
+    bool tr; // transition detected: the predictor restarts
+};
+
+// Everything of the update except the six zero-section taps and the history delay lines, which
+// the two kernels keep in different forms: reconstruction (ADDB, ADDC), TRANS, the scale factor
+// (FILTD, LIMB, FILTE), the pole coefficients (UPA2, LIMC, UPA1, LIMD, TRIGB), TONE and the speed
+// control (FILTA, FILTB, SUBTC, FILTC, TRIGA). Each reads the previous value of what it updates.
+template <int Bits>
+ZOR_G726_INLINE Step UpdateScalars(State& s, int code, int se, int sez, int y, int dqmag) {
+    const auto& entry = Rate<Bits>::kCode[code];
+    const int dqi = (dqmag ^ -entry.negative) + entry.negative;
+    const int sr = Wrap16(se + dqi);
+    const int dqsez = Wrap16(sez + dqi);
+    const int pk0 = dqsez < 0 ? 1 : 0;
+    const bool sigpk = dqsez == 0;
+
+    const int ylint = s.yl >> 15;
+    const int ylfrac = (s.yl >> 10) & 31;
+    const int thr1 = (32 + ylfrac) << ylint;
+    const int thr2 = ylint > 9 ? 31 << 10 : thr1;
+    const int dqthr = (thr2 + (thr2 >> 1)) >> 1;
+    const bool tr = s.td != 0 && dqmag > dqthr;
+
+    int yu = y + ((entry.w - y) >> 5);
+    yu = yu < 544 ? 544 : (yu > 5120 ? 5120 : yu);
+    s.yu = yu;
+    s.yl += yu + ((-s.yl) >> 6);
+
+    int a2p = 0;
+    if (tr) {
+        s.a[0] = s.a[1] = 0;
+    } else {
+        // Sign agreements of successive DQ + SEZ are coin flips: kept free of branches.
+        const int pks1 = pk0 ^ s.pk[0];
+        const int pks2 = pk0 ^ s.pk[1];
+        a2p = s.a[1] - (s.a[1] >> 7);
+        int a1p = s.a[0] - (s.a[0] >> 8);
+        if (!sigpk) {
+            const int fa1 = (s.a[0] ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ
+            a2p += fa1 < -8191 ? -256 : (fa1 > 8191 ? 255 : fa1 >> 5);
+            a2p += 128 - 256 * pks2;
+            a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
+            a1p += 192 - 384 * pks1;
+        }
+        const int a1ul = 15360 - a2p;
+        s.a[0] = a1p < -a1ul ? -a1ul : (a1p > a1ul ? a1ul : a1p);
+        s.a[1] = a2p;
+    }
+    s.pk[1] = s.pk[0];
+    s.pk[0] = pk0;
+
+    s.td = (!tr && a2p < -11776) ? 1 : 0;
+    s.dms += (entry.f - s.dms) >> 5;
+    s.dml += ((entry.f << 2) - s.dml) >> 7;
+    if (tr) {
+        s.ap = 256;
+    } else {
+        const int diff = (s.dms << 2) - s.dml;
+        const bool fast = (y < 1536) | (s.td != 0) | ((diff < 0 ? -diff : diff) >= (s.dml >> 3));
+        s.ap += ((fast ? 512 : 0) - s.ap) >> 4;
+    }
+    return {sr, tr};
+}
+
+// The reference kernel: the Recommendation's blocks one by one on the state record. Used for
+// single samples, and for blocks where no vector kernel exists.
+struct ScalarKernel {
+    State& s;
+
+    ZOR_G726_INLINE void Predict(int& se, int& sez) const {
+        int sezi = 0;
+        ZOR_G726_UNROLL
+        for (int i = 0; i < 6; ++i) {
+            sezi += FMult(s.b[i] >> 2, s.dq[i]);
+        }
+        const int sei = sezi + FMult(s.a[1] >> 2, s.sr[1]) + FMult(s.a[0] >> 2, s.sr[0]);
+        se = Wrap16(sei) >> 1; // ACCUM adds in 16 bits
+        sez = Wrap16(sezi) >> 1;
+    }
+
+    template <int Bits> ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag) {
+        const int oldDq[6] = {s.dq[0], s.dq[1], s.dq[2], s.dq[3], s.dq[4], s.dq[5]};
+        const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
+        const bool dqneg = Rate<Bits>::kCode[code].negative != 0;
+        // UPB (the leak is smaller at 40 kbit/s; coefficients wrap at 16 bits) and TRIGB.
+        constexpr int leak = Bits == 5 ? 9 : 8;
+        const int gain = dqmag == 0 ? 0 : 128;
+        ZOR_G726_UNROLL
+        for (int i = 0; i < 6; ++i) {
+            const bool same = dqneg == (((oldDq[i] >> 10) & 1) != 0);
+            const int bn = Wrap16(s.b[i] - (s.b[i] >> leak) + (same ? gain : -gain));
+            s.b[i] = step.tr ? 0 : bn;
+        }
+        // FLOATA, FLOATB and the delay lines. SR of -32768 reads as a negative zero.
+        ZOR_G726_UNROLL
+        for (int i = 5; i > 0; --i) {
+            s.dq[i] = s.dq[i - 1];
+        }
+        s.dq[0] = ToFloat(dqmag, dqneg);
+        s.sr[1] = s.sr[0];
+        s.sr[0] = FloatOfSr(step.sr);
+        return step.sr;
+    }
+};
+
+#if defined(__SSE2__) || defined(_M_X64)
+#define ZOR_G726_SSE2 1
+
+// The vector kernel keeps five of the six zero-section taps in two registers of four 32-bit
+// lanes, coefficients [b2 b3 b4 b5 | b6 0 0 0] against history [dq2 dq3 dq4 dq5 | dq6 ...], and
+// runs FMULT on them at once. The newest tap (b1 with the dq just made) and the two pole taps
+// stay scalar: they wait on this sample's reconstruction, and the scalar chain is the shorter.
+// SSE2 has no per-lane bit scan or variable shift, so both go through exact float conversions:
+// an integer below 2^24 converts exactly, its float exponent is the bit width and its top
+// fraction bits are the mantissa; a power-of-two scaling is an integer add to the exponent
+// field, and truncation back to an integer is the right shift.
+struct VectorKernel {
+    State& s;
+    __m128i coef[2];
+    __m128i hist[2];
+
+    explicit VectorKernel(State& state) : s(state) {
+        coef[0] = _mm_setr_epi32(s.b[1], s.b[2], s.b[3], s.b[4]);
+        coef[1] = _mm_setr_epi32(s.b[5], 0, 0, 0);
+        hist[0] = _mm_setr_epi32(s.dq[1], s.dq[2], s.dq[3], s.dq[4]);
+        hist[1] = _mm_setr_epi32(s.dq[5], 32, 32, 32);
+    }
+
+    void Store() {
+        alignas(16) int c[8];
+        alignas(16) int h[8];
+        _mm_store_si128(reinterpret_cast<__m128i*>(c), coef[0]);
+        _mm_store_si128(reinterpret_cast<__m128i*>(c + 4), coef[1]);
+        _mm_store_si128(reinterpret_cast<__m128i*>(h), hist[0]);
+        _mm_store_si128(reinterpret_cast<__m128i*>(h + 4), hist[1]);
+        for (int i = 1; i < 6; ++i) {
+            s.b[i] = c[i - 1];
+            s.dq[i] = h[i - 1];
+        }
+    }
+
+    static ZOR_G726_INLINE __m128i FMult4(__m128i coefficient, __m128i history) {
+        const __m128i an = _mm_srai_epi32(coefficient, 2);
+        const __m128i anSign = _mm_srai_epi32(an, 31);
+        const __m128i anmag =
+            _mm_and_si128(_mm_sub_epi32(_mm_xor_si128(an, anSign), anSign), _mm_set1_epi32(0x1FFF));
+        // Float bits >> 18: biased exponent above 5 fraction bits. A zero gives 0, which is
+        // mantissa 32 and, after the saturating subtract, exponent 0, as FMULT wants.
+        const __m128i x = _mm_srli_epi32(_mm_castps_si128(_mm_cvtepi32_ps(anmag)), 18);
+        const __m128i anmant =
+            _mm_or_si128(_mm_and_si128(x, _mm_set1_epi32(31)), _mm_set1_epi32(32));
+        const __m128i anexp = _mm_subs_epu16(_mm_srli_epi32(x, 5), _mm_set1_epi32(126));
+        const __m128i srmant = _mm_and_si128(history, _mm_set1_epi32(63));
+        const __m128i srexp = _mm_and_si128(_mm_srli_epi32(history, 6), _mm_set1_epi32(15));
+        // Mantissas are below 64, so a 16-bit multiply per lane is exact.
+        const __m128i wanmant =
+            _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi16(anmant, srmant), _mm_set1_epi32(48)), 4);
+        const __m128i shift = _mm_sub_epi32(_mm_add_epi32(anexp, srexp), _mm_set1_epi32(19));
+        const __m128 scaled = _mm_castsi128_ps(
+            _mm_add_epi32(_mm_castps_si128(_mm_cvtepi32_ps(wanmant)), _mm_slli_epi32(shift, 23)));
+        const __m128i mag = _mm_and_si128(_mm_cvttps_epi32(scaled), _mm_set1_epi32(0x7FFF));
+        const __m128i sign = _mm_xor_si128(anSign, _mm_srai_epi32(_mm_slli_epi32(history, 21), 31));
+        return _mm_sub_epi32(_mm_xor_si128(mag, sign), sign);
+    }
+
+    ZOR_G726_INLINE void Predict(int& se, int& sez) const {
+        // Unused lanes hold coefficient 0, which FMULT still turns into a small non-zero
+        // product, so they are masked out of the sum.
+        const __m128i lo = FMult4(coef[0], hist[0]);
+        const __m128i hi = _mm_and_si128(FMult4(coef[1], hist[1]), _mm_setr_epi32(-1, 0, 0, 0));
+        __m128i sum = _mm_add_epi32(lo, hi);
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
+        const int sezi = _mm_cvtsi128_si32(sum) + FMult(s.b[0] >> 2, s.dq[0]);
+        const int sei = sezi + FMult(s.a[1] >> 2, s.sr[1]) + FMult(s.a[0] >> 2, s.sr[0]);
+        se = Wrap16(sei) >> 1;
+        sez = Wrap16(sezi) >> 1;
+    }
+
+    template <int Bits> ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag) {
+        const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
+        const bool dqneg = Rate<Bits>::kCode[code].negative != 0;
+
+        // UPB and TRIGB, lane-wise and for the scalar tap; unused lanes are cleared again.
+        constexpr int leak = Bits == 5 ? 9 : 8;
+        const int gain = dqmag == 0 ? 0 : 128;
+        const __m128i negative = _mm_set1_epi32(dqneg ? -1 : 0);
+        const __m128i keep = _mm_set1_epi32(step.tr ? 0 : -1);
+        for (int r = 0; r < 2; ++r) {
+            const __m128i differ =
+                _mm_xor_si128(negative, _mm_srai_epi32(_mm_slli_epi32(hist[r], 21), 31));
+            const __m128i g = _mm_sub_epi32(_mm_xor_si128(_mm_set1_epi32(gain), differ), differ);
+            __m128i bn = _mm_add_epi32(_mm_sub_epi32(coef[r], _mm_srai_epi32(coef[r], leak)), g);
+            bn = _mm_srai_epi32(_mm_slli_epi32(bn, 16), 16);
+            coef[r] = _mm_and_si128(bn, keep);
+        }
+        coef[1] = _mm_and_si128(coef[1], _mm_setr_epi32(-1, 0, 0, 0));
+        const int differ = -(((s.dq[0] >> 10) & 1) ^ (dqneg ? 1 : 0));
+        const int b0 = Wrap16(s.b[0] - (s.b[0] >> leak) + ((gain ^ differ) - differ));
+        s.b[0] = step.tr ? 0 : b0;
+
+        // Delay lines: the old dq1 enters lane 0 and everything moves up one lane.
+        const __m128i carried = _mm_srli_si128(hist[0], 12);
+        hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(s.dq[0]));
+        hist[1] = _mm_or_si128(_mm_slli_si128(hist[1], 4), carried);
+        s.dq[0] = ToFloat(dqmag, dqneg);
+        s.sr[1] = s.sr[0];
+        s.sr[0] = FloatOfSr(step.sr);
+        return step.sr;
+    }
+};
+
+using BlockKernel = VectorKernel;
+#else
+struct BlockKernel : ScalarKernel {
+    explicit BlockKernel(State& state) : ScalarKernel{state} {}
+    void Store() {}
+};
+#endif
+
+template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int sample) {
+    int se = 0;
+    int sez = 0;
+    k.Predict(se, sez);
+    const int y = ScaleFactor(k.s);
+    const int code = Quantize<Bits>((sample >> 2) - se, y);
+    k.template Update<Bits>(code, se, sez, y, DequantizedMagnitude<Bits>(code, y));
+    return code;
+}
+
+ZOR_G726_INLINE short ToLinear(int sr) {
+    const int v = sr * 4;
+    return static_cast<short>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+}
+
+template <int Bits, typename Kernel>
+ZOR_G726_INLINE short Decode(Kernel& k, int code, SampleTrace* trace) {
+    int se = 0;
+    int sez = 0;
+    k.Predict(se, sez);
+    const int y = ScaleFactor(k.s);
+    const int sr = k.template Update<Bits>(code, se, sez, y, DequantizedMagnitude<Bits>(code, y));
+    if (trace) {
+        *trace = {se, y, sr};
+    }
+    return ToLinear(sr);
+}
+
+// Codes of one group packed into its bytes, least significant bit first.
+template <int Bits> ZOR_G726_INLINE void PackGroup(const int* codes, unsigned char* out) {
+    std::uint64_t acc = 0;
+    for (int k = 0; k < GroupSamples(Bits); ++k) {
+        acc |= static_cast<std::uint64_t>(codes[k] & Rate<Bits>::kMask) << (k * Bits);
+    }
+    for (int j = 0; j < GroupBytes(Bits); ++j) {
+        out[j] = static_cast<unsigned char>(acc >> (8 * j));
+    }
+}
+
+template <int Bits> ZOR_G726_INLINE void UnpackGroup(const unsigned char* in, int* codes) {
+    std::uint64_t acc = 0;
+    for (int j = 0; j < GroupBytes(Bits); ++j) {
+        acc |= static_cast<std::uint64_t>(in[j]) << (8 * j);
+    }
+    for (int k = 0; k < GroupSamples(Bits); ++k) {
+        codes[k] = static_cast<int>(acc >> (k * Bits)) & Rate<Bits>::kMask;
+    }
+}
+
+template <int Bits>
+std::size_t PackCodesT(const unsigned char* codes, std::size_t count, unsigned char* out) {
+    constexpr int G = GroupSamples(Bits);
+    int group[G];
+    for (std::size_t i = 0; i < count; i += G, out += GroupBytes(Bits)) {
+        for (std::size_t k = 0; k < static_cast<std::size_t>(G); ++k) {
+            group[k] = i + k < count ? codes[i + k] : 0;
+        }
+        PackGroup<Bits>(group, out);
+    }
+    return EncodedBytes(Bits, count);
+}
+
+template <int Bits>
+std::size_t UnpackCodesT(const unsigned char* in, std::size_t bytes, unsigned char* codes) {
+    constexpr int G = GroupSamples(Bits);
+    const std::size_t groups = bytes / GroupBytes(Bits);
+    int group[G];
+    for (std::size_t g = 0; g < groups; ++g, in += GroupBytes(Bits)) {
+        UnpackGroup<Bits>(in, group);
+        for (int k = 0; k < G; ++k) {
+            *codes++ = static_cast<unsigned char>(group[k]);
+        }
+    }
+    return groups * G;
+}
+
+// Blocks go through a small code buffer: the per-sample step stays one tight loop (unrolling it
+// per group only spills registers), and packing runs apart from the arithmetic.
+constexpr std::size_t kChunkSamples = 240; // a multiple of every group size
+
+template <int Bits>
+std::size_t EncodeBlockT(State& state, const short* in, std::size_t count, unsigned char* out) {
+    constexpr std::size_t G = GroupSamples(Bits);
+    State s = state; // a local copy stays in registers; the caller's is written once at the end
+    BlockKernel kernel(s);
+    unsigned char codes[kChunkSamples];
+    const std::size_t padded = (count + G - 1) / G * G;
+    for (std::size_t done = 0; done < padded; done += kChunkSamples) {
+        const std::size_t n = padded - done < kChunkSamples ? padded - done : kChunkSamples;
+        const std::size_t real = count - done < n ? count - done : n;
+        for (std::size_t i = 0; i < real; ++i) {
+            codes[i] = static_cast<unsigned char>(Encode<Bits>(kernel, in[done + i]));
+        }
+        for (std::size_t i = real; i < n; ++i) { // zero padding of the last group
+            codes[i] = static_cast<unsigned char>(Encode<Bits>(kernel, 0));
+        }
+        out += PackCodesT<Bits>(codes, n, out);
+    }
+    kernel.Store();
+    state = s;
+    return EncodedBytes(Bits, count);
+}
+
+template <int Bits>
+std::size_t DecodeBlockT(State& state, const unsigned char* in, std::size_t bytes, short* out) {
+    constexpr std::size_t chunkBytes = kChunkSamples / GroupSamples(Bits) * GroupBytes(Bits);
+    State s = state;
+    BlockKernel kernel(s);
+    unsigned char codes[kChunkSamples];
+    const std::size_t total = DecodedSamples(Bits, bytes);
+    for (std::size_t done = 0; done < total; done += kChunkSamples) {
+        const std::size_t left = bytes - done / GroupSamples(Bits) * GroupBytes(Bits);
+        const std::size_t n = UnpackCodesT<Bits>(in, left < chunkBytes ? left : chunkBytes, codes);
+        in += chunkBytes;
+        for (std::size_t i = 0; i < n; ++i) {
+            out[done + i] = Decode<Bits>(kernel, codes[i], nullptr);
+        }
+    }
+    kernel.Store();
+    state = s;
+    return total;
+}
+
+// Next G.711 code one step towards minus (down) or plus infinity, with the zero codes skipped
+// and the ends held. Mu-law codes are inverted sign-magnitude; A-law codes are sign-magnitude
+// with the even bits inverted (hence the 0x55 toggling).
+unsigned char StepMuLaw(unsigned char sp, bool down) {
+    if (down) {
+        if (sp & 0x80) {
+            return sp == 0xFF ? 0x7E : static_cast<unsigned char>(sp + 1);
+        }
+        return sp == 0x00 ? 0x00 : static_cast<unsigned char>(sp - 1);
+    }
+    if (sp & 0x80) {
+        return sp == 0x80 ? 0x80 : static_cast<unsigned char>(sp - 1);
+    }
+    return sp == 0x7F ? 0xFE : static_cast<unsigned char>(sp + 1);
+}
+
+unsigned char StepALaw(unsigned char sp, bool down) {
+    const int plain = sp ^ 0x55;
+    if (down) {
+        if (sp & 0x80) {
+            return sp == 0xD5 ? 0x55 : static_cast<unsigned char>((plain - 1) ^ 0x55);
+        }
+        return sp == 0x2A ? 0x2A : static_cast<unsigned char>((plain + 1) ^ 0x55);
+    }
+    if (sp & 0x80) {
+        return sp == 0xAA ? 0xAA : static_cast<unsigned char>((plain + 1) ^ 0x55);
+    }
+    return sp == 0x55 ? 0xD5 : static_cast<unsigned char>((plain - 1) ^ 0x55);
+}
+
+template <int Bits> unsigned char SyncAdjustT(g711::ELaw law, const SampleTrace& t, int code) {
+    // COMPRESS reads SR as sign and magnitude, so -32768 is a negative zero.
+    unsigned char sp = 0;
+    if (t.sr == -32768) {
+        sp = law == g711::ELaw::MuLaw ? 0x7F : 0x55;
+    } else {
+        sp = g711::FromLinear(law, ToLinear(t.sr));
+    }
+    // EXPAND, SUBTA, LOG, SUBTB, QUAN on the compressed value, then SYNC.
+    const int id = Quantize<Bits>((g711::ToLinear(law, sp) >> 2) - t.se, t.y);
+    constexpr int sign = Rate<Bits>::kSign;
+    if (id == code) {
+        return sp;
+    }
+    const bool down = (id ^ sign) > (code ^ sign); // re-encoding lands higher: go lower
+    return law == g711::ELaw::MuLaw ? StepMuLaw(sp, down) : StepALaw(sp, down);
+}
+
+// Calls f.template operator()<Bits>() for a run-time bit count, or returns fallback.
+template <typename F, typename R> R DispatchBits(int bits, R fallback, F&& f) {
+    switch (bits) {
+    case 2:
+        return f.template operator()<2>();
+    case 3:
+        return f.template operator()<3>();
+    case 4:
+        return f.template operator()<4>();
+    case 5:
+        return f.template operator()<5>();
+    default:
+        return fallback;
+    }
+}
+
+} // namespace
+
+std::size_t EncodedBytes(int bits, std::size_t samples) {
+    if (!IsValidBits(bits)) {
+        return 0;
+    }
+    const std::size_t groups = (samples + GroupSamples(bits) - 1) / GroupSamples(bits);
+    return groups * GroupBytes(bits);
+}
+
+std::size_t DecodedSamples(int bits, std::size_t bytes) {
+    return IsValidBits(bits) ? bytes / GroupBytes(bits) * GroupSamples(bits) : 0;
+}
+
+std::size_t MaxSamplesFor(int bits, std::size_t byteCapacity) {
+    return DecodedSamples(bits, byteCapacity);
+}
+
+int EncodeSample(State& state, int bits, short sample) {
+    return DispatchBits(bits, 0, [&]<int B>() {
+        ScalarKernel kernel{state};
+        return Encode<B>(kernel, sample);
+    });
+}
+
+short DecodeSample(State& state, int bits, int code, SampleTrace* trace) {
+    return DispatchBits(bits, short{0}, [&]<int B>() {
+        ScalarKernel kernel{state};
+        return Decode<B>(kernel, code & Rate<B>::kMask, trace);
+    });
+}
+
+std::size_t EncodeBlock(State& state, int bits, const short* in, std::size_t count,
+                        unsigned char* out) {
+    return DispatchBits(bits, std::size_t{0},
+                        [&]<int B>() { return EncodeBlockT<B>(state, in, count, out); });
+}
+
+std::size_t DecodeBlock(State& state, int bits, const unsigned char* in, std::size_t bytes,
+                        short* out) {
+    return DispatchBits(bits, std::size_t{0},
+                        [&]<int B>() { return DecodeBlockT<B>(state, in, bytes, out); });
+}
+
+std::size_t PackCodes(int bits, const unsigned char* codes, std::size_t count, unsigned char* out) {
+    return DispatchBits(bits, std::size_t{0},
+                        [&]<int B>() { return PackCodesT<B>(codes, count, out); });
+}
+
+std::size_t UnpackCodes(int bits, const unsigned char* in, std::size_t bytes,
+                        unsigned char* codes) {
+    return DispatchBits(bits, std::size_t{0},
+                        [&]<int B>() { return UnpackCodesT<B>(in, bytes, codes); });
+}
+
+unsigned char SyncAdjust(g711::ELaw law, int bits, const SampleTrace& trace, int code) {
+    return DispatchBits(bits, static_cast<unsigned char>(0),
+                        [&]<int B>() { return SyncAdjustT<B>(law, trace, code & Rate<B>::kMask); });
+}
+
+} // namespace zor::g726
