@@ -10,6 +10,9 @@
 #include "filters/AdvancedPacketFilter.h"
 #include "filters/AttributeSetter.h"
 #include "filters/StreamFilter.h"
+#include "routing/Joiner.h"
+#include "routing/Splitter.h"
+#include "routing/Synch.h"
 
 namespace {
 
@@ -38,7 +41,7 @@ zorCJokHlpAutoRegFunction s_Reg21("CreateGVMDFilter", "&CZorGVMDFilter", [](CJok
 zorCJokHlpAutoRegFunction s_Reg22("CreateArchiveGVMDFilter", "&CZorArchiveGVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateArchiveGVMDFilter"); });
 zorCJokHlpAutoRegFunction s_Reg23("CreateImageDecoder", "&CImageDecoder", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateImageDecoder"); });
 zorCJokHlpAutoRegFunction s_Reg24("CreateImageFilter", "&CreateImageFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateImageFilter"); });
-zorCJokHlpAutoRegFunction s_Reg25("CreateJoiner", "&CreateJoiner", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateJoiner"); });
+zorCJokHlpAutoRegFunction s_Reg25("CreateJoiner", "&CreateJoiner", &CreateJoiner);
 zorCJokHlpAutoRegFunction s_Reg26("CreateLODFilter", "&CZorLODFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateLODFilter"); });
 zorCJokHlpAutoRegFunction s_Reg27("CreateBuffer", "&CreateBuffer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateBuffer"); });
 zorCJokHlpAutoRegFunction s_Reg28("CreateLossyBuffer", "&CreateLossyBuffer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateLossyBuffer"); });
@@ -60,10 +63,10 @@ zorCJokHlpAutoRegFunction s_Reg43("CreateRate", "&CreateRate", [](CJokCommandCon
 zorCJokHlpAutoRegFunction s_Reg44("CreateRealTimeAdjuster", "&CreateRealTimeAdjuster", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateRealTimeAdjuster"); });
 zorCJokHlpAutoRegFunction s_Reg45("CreateResynch", "&CreateResynch", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateResynch"); });
 zorCJokHlpAutoRegFunction s_Reg46("CreateSortAndSend", "&CSortCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateSortAndSend"); });
-zorCJokHlpAutoRegFunction s_Reg47("CreateSplitter", "&CreateSplitter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateSplitter"); });
+zorCJokHlpAutoRegFunction s_Reg47("CreateSplitter", "&CreateSplitter", &CreateSplitter);
 zorCJokHlpAutoRegFunction s_Reg48("CreateStatsComponent", "&CStatsComp", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateStatsComponent"); });
 zorCJokHlpAutoRegFunction s_Reg49("CreateStreamFilter", "&CreateStreamFilter", &CreateStreamFilter);
-zorCJokHlpAutoRegFunction s_Reg50("CreateSynch", "&CreateSynch", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateSynch"); });
+zorCJokHlpAutoRegFunction s_Reg50("CreateSynch", "&CreateSynch", &CreateSynch);
 zorCJokHlpAutoRegFunction s_Reg51("CreateTextFilter", "&CreateTextFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateTextFilter"); });
 zorCJokHlpAutoRegFunction s_Reg52("CreateTimestampMixer", "&CreateTimestampMixer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateTimestampMixer"); });
 zorCJokHlpAutoRegFunction s_Reg53("CreateUpdateTimeFilter", "&CUpdateTimeFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateUpdateTimeFilter"); });
