@@ -351,9 +351,10 @@ int CAdvancedPacketFilterCom::CreateAudioPacket(CJokCommandContext* context) {
     if (!CanInject(context, "CreateAudioPacket"))
         return 1;
     long formatSize = 0;
-    const unsigned id = TruncateToWord(subMediaId);
+    const bool inRange = subMediaId >= 0.0 && subMediaId < 4294967296.0;
+    const unsigned id = inRange ? static_cast<unsigned>(subMediaId) : 0u;
     const WAVEFORMATEX* format =
-        subMediaId < 0 ? nullptr : g_AudioFormatMgr.GrabFormatEXBySubMID(id, formatSize);
+        inRange ? g_AudioFormatMgr.GrabFormatEXBySubMID(id, formatSize) : nullptr;
     if (!format) {
         context->OutputErrorString("submid is out of bounds\n");
         ReturnBoolean(context, false);

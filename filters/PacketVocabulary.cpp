@@ -644,7 +644,8 @@ bool CZorPacketVocabulary::BuildSchemaText(int code, std::string* text) {
             AppendEscaped(*text, GetString(field.m_Index));
         } else {
             char buffer[32];
-            auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, GetNumber(field.m_Index));
+            auto [end, ec] =
+                std::to_chars(buffer, buffer + sizeof buffer, GetNumber(field.m_Index));
             text->append(buffer, ec == std::errc() ? end : buffer);
         }
         *text += '\n';

@@ -16,7 +16,8 @@ bool ZorReadPathNames(CJokCommandContext* context, const char* creationName,
                       std::vector<CBelString>* paths);
 
 // Creation function body for T(const std::vector<CBelString>& paths).
-template <class T> int ZorCreateWithPathNames(CJokCommandContext* context, const char* creationName) {
+template <class T>
+int ZorCreateWithPathNames(CJokCommandContext* context, const char* creationName) {
     std::vector<CBelString> paths;
     if (ZorReadPathNames(context, creationName, &paths)) {
         ZorReturnNewComponent(context, new T(paths));

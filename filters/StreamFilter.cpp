@@ -37,8 +37,8 @@ void CZorStreamFilterModule::SetStreamFilter(std::vector<std::int32_t> ids, std:
 }
 
 void CZorStreamFilterModule::ProcessPacket() {
-    const auto key = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_pPacket->GetStreamNo()) &
-                                               m_Mask);
+    const auto key =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(m_pPacket->GetStreamNo()) & m_Mask);
     const bool found = std::find(m_Ids.begin(), m_Ids.end(), key) != m_Ids.end();
     // While waiting, even a matching packet must be a key frame; the wait goes on.
     const bool pass = (!m_Resynchronising || ZorIsKeyFrame(*m_pPacket)) &&
@@ -123,8 +123,7 @@ int CStreamFilterCom::SetStreamFilter(CJokCommandContext* context) {
         for (int i = 0; i < vector->GetSize(); ++i) {
             CJokGenericData* pElem = vector->GetElement(i);
             if (!pElem || pElem->GetType() != JOKGD_DOUBLE) {
-                BelDisplayAssert("pElem->GetType() == CJokGenericData::Number", __FILE__,
-                                 __LINE__);
+                BelDisplayAssert("pElem->GetType() == CJokGenericData::Number", __FILE__, __LINE__);
                 continue;
             }
             const double id = static_cast<CJokGdDouble*>(pElem)->GetValue();
@@ -134,7 +133,8 @@ int CStreamFilterCom::SetStreamFilter(CJokCommandContext* context) {
     idsValue->Release();
     if (type != JOKGD_VECTOR && type != JOKGD_NULL) {
         // The method's name reversed in this message is what existing scripts match on.
-        context->OutputErrorString("SetFilterStream: sourceIDs must be a vector of integers (or null)");
+        context->OutputErrorString(
+            "SetFilterStream: sourceIDs must be a vector of integers (or null)");
         return 1;
     }
     bool found = false;
@@ -170,8 +170,7 @@ int CStreamFilterCom::EnableStreamFilter(CJokCommandContext* context) {
     }
     if (!path.IsEmpty()) {
         CBelString message;
-        message.Format("EnableStreamFilter: the requested path %s does not exist.\n",
-                       path.c_str());
+        message.Format("EnableStreamFilter: the requested path %s does not exist.\n", path.c_str());
         context->OutputErrorString(message);
     }
     return 1;
