@@ -106,34 +106,61 @@ template <int Bits> struct Rate {
         return table;
     }
 
+    // The reconstruction level of the magnitude kQuant picks, so that an encoder has it without
+    // waiting for the code.
+    static constexpr std::array<std::int16_t, 4096> MakeQuantLevelTable() {
+        std::array<std::int16_t, 4096> table{};
+        const auto quant = MakeQuantTable();
+        for (int i = 0; i < 4096; ++i) {
+            table[i] = static_cast<std::int16_t>(Table().dqln[quant[i]]);
+        }
+        return table;
+    }
+
     static constexpr std::array<CodeEntry, kCodes> kCode = MakeCodeTable();
     static constexpr std::array<std::uint8_t, 4096> kQuant = MakeQuantTable();
+    static constexpr std::array<std::int16_t, 4096> kQuantLevel = MakeQuantLevelTable();
 };
 
+// Branch-free: zero magnitudes are common (coefficients after a reset) and unpredictable.
 ZOR_G726_INLINE int BitWidth(int value) {
-    return static_cast<int>(std::bit_width(static_cast<unsigned>(value)));
+    const auto v = static_cast<unsigned>(value);
+    return static_cast<int>(std::bit_width(v | 1u)) - (v == 0 ? 1 : 0);
 }
 
+// FMULT's split of a coefficient magnitude (13 bits) into exponent and 6-bit mantissa, by
+// table: the bit scan and the variable shift it replaces are the costliest part of a scalar
+// FMULT. Entry = exponent << 6 | mantissa. Zero has exponent 0 and mantissa 32, as the
+// Recommendation has it; any other magnitude's mantissa has bit 5 set, so "| 32" covers both.
+constexpr std::array<std::uint16_t, 8192> MakeCoefficientSplit() {
+    std::array<std::uint16_t, 8192> table{};
+    for (int mag = 0; mag < 8192; ++mag) {
+        const int exp = static_cast<int>(std::bit_width(static_cast<unsigned>(mag)));
+        table[mag] = static_cast<std::uint16_t>((exp << 6) | ((mag << 6) >> exp) | 32);
+    }
+    return table;
+}
+constexpr std::array<std::uint16_t, 8192> kCoefficientSplit = MakeCoefficientSplit();
+
 // FMULT: coefficient (already >> 2, 14-bit two's complement) times an 11-bit float history value,
-// with the Recommendation's 6-bit mantissa product and rounding. A zero coefficient counts as
-// mantissa 32, as the Recommendation has it. The shift is done in 64 bits so both directions are
-// one expression: left by WANEXP - 19 when positive, right otherwise.
+// with the Recommendation's 6-bit mantissa product and rounding. The product's exponent shift,
+// left by WANEXP - 19 when positive and right otherwise, is one 64-bit multiply by 2^WANEXP and
+// a fixed right shift by 19.
 ZOR_G726_INLINE int FMult(int an, int srn) {
-    const int anmag = an > 0 ? an : (-an) & 0x1FFF;
-    const int anexp = BitWidth(anmag);
-    const int anmant = anmag == 0 ? 32 : (anmag << 6) >> anexp;
-    const int srexp = (srn >> 6) & 15;
-    const int wanmant = (anmant * (srn & 63) + 48) >> 4;
-    const int mag =
-        static_cast<int>(((static_cast<std::uint64_t>(wanmant) << (anexp + srexp)) >> 19) & 0x7FFF);
-    const bool negative = (an < 0) != (((srn >> 10) & 1) != 0);
-    return negative ? -mag : mag;
+    const int anSign = an >> 31;
+    const int anmag = ((an ^ anSign) - anSign) & 0x1FFF; // coefficient signs flip at random
+    const int split = kCoefficientSplit[anmag];
+    const int wanmant = ((split & 63) * (srn & 63) + 48) >> 4;
+    const std::uint64_t scale = std::uint64_t{1} << ((split >> 6) + ((srn >> 6) & 15));
+    const int mag = static_cast<int>(((wanmant * scale) >> 19) & 0x7FFF);
+    const int sign = anSign ^ -((srn >> 10) & 1);
+    return (mag ^ sign) - sign;
 }
 
 // FLOATA / FLOATB: magnitude and sign to the 11-bit format.
 ZOR_G726_INLINE int ToFloat(int mag, bool negative) {
     const int exp = BitWidth(mag);
-    const int mant = mag == 0 ? 32 : (mag << 6) >> exp;
+    const int mant = ((mag << 6) >> exp) | 32; // zero is mantissa 32 with exponent 0
     return (negative ? 0x400 : 0) | (exp << 6) | mant;
 }
 
@@ -155,26 +182,35 @@ ZOR_G726_INLINE int ScaleFactor(const State& s) {
     return ylShort + prod;
 }
 
-// LOG, SUBTB and QUAN on a difference signal.
-template <int Bits> ZOR_G726_INLINE int Quantize(int d, int y) {
-    using R = Rate<Bits>;
+// LOG and SUBTB: the quantiser's table index for a difference signal.
+ZOR_G726_INLINE int QuantIndex(int d, int y) {
     const int dqm = d < 0 ? -d : d;
     const int exp = BitWidth(dqm >> 1);
     const int dl = (exp << 7) + (((dqm << 7) >> exp) & 0x7F);
-    const int m = R::kQuant[(dl - (y >> 2) + 2048) & 4095];
+    return (dl - (y >> 2) + 2048) & 4095;
+}
+
+// QUAN: the code for a difference signal.
+template <int Bits> ZOR_G726_INLINE int Quantize(int d, int y) {
+    using R = Rate<Bits>;
+    const int m = R::kQuant[QuantIndex(d, y)];
     // Branch-free from here on: the sign of D is a coin flip for the branch predictor.
     const int positive = (Bits != 2 && m == 0) ? R::kMask : m;
     const int negative = d >> 31;
     return (positive & ~negative) | ((R::kMask - m) & negative);
 }
 
-// ADDA and ANTILOG: the magnitude of the quantised difference.
-template <int Bits> ZOR_G726_INLINE int DequantizedMagnitude(int code, int y) {
-    const int dql = Rate<Bits>::kCode[code].dqln + (y >> 2);
+// ADDA and ANTILOG: the magnitude of a quantised difference from its log level.
+ZOR_G726_INLINE int Antilog(int dqln, int y) {
+    const int dql = dqln + (y >> 2);
     const int below = dql >> 31; // a negative log is a zero magnitude
     const int q = dql & ~below;
     const int dqt = 128 + (q & 127);
     return ((dqt << 7) >> (14 - (q >> 7))) & ~below;
+}
+
+template <int Bits> ZOR_G726_INLINE int DequantizedMagnitude(int code, int y) {
+    return Antilog(Rate<Bits>::kCode[code].dqln, y);
 }
 
 // One sample's worth of results that both kernels need after the prediction.
@@ -201,46 +237,39 @@ ZOR_G726_INLINE Step UpdateScalars(State& s, int code, int se, int sez, int y, i
     const int thr1 = (32 + ylfrac) << ylint;
     const int thr2 = ylint > 9 ? 31 << 10 : thr1;
     const int dqthr = (thr2 + (thr2 >> 1)) >> 1;
-    const bool tr = s.td != 0 && dqmag > dqthr;
+    const bool tr = (s.td != 0) & (dqmag > dqthr);
 
     int yu = y + ((entry.w - y) >> 5);
     yu = yu < 544 ? 544 : (yu > 5120 ? 5120 : yu);
     s.yu = yu;
     s.yl += yu + ((-s.yl) >> 6);
 
-    int a2p = 0;
-    if (tr) {
-        s.a[0] = s.a[1] = 0;
-    } else {
-        // Sign agreements of successive DQ + SEZ are coin flips: kept free of branches.
-        const int pks1 = pk0 ^ s.pk[0];
-        const int pks2 = pk0 ^ s.pk[1];
-        a2p = s.a[1] - (s.a[1] >> 7);
-        int a1p = s.a[0] - (s.a[0] >> 8);
-        if (!sigpk) {
-            const int fa1 = (s.a[0] ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ
-            a2p += fa1 < -8191 ? -256 : (fa1 > 8191 ? 255 : fa1 >> 5);
-            a2p += 128 - 256 * pks2;
-            a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
-            a1p += 192 - 384 * pks1;
-        }
-        const int a1ul = 15360 - a2p;
-        s.a[0] = a1p < -a1ul ? -a1ul : (a1p > a1ul ? a1ul : a1p);
-        s.a[1] = a2p;
-    }
+    // UPA2, LIMC, UPA1, LIMD and TRIGB without branches: the signs of successive DQ + SEZ
+    // agree or not at random, and transitions come in bursts on some signals.
+    const int pks1 = pk0 ^ s.pk[0];
+    const int pks2 = pk0 ^ s.pk[1];
+    const int live = sigpk ? 0 : -1;                    // no gradient terms when DQ + SEZ is zero
+    const int fa1 = (s.a[0] ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ, else -A1
+    const int uga2 = (fa1 < -8191 ? -256 : (fa1 > 8191 ? 255 : fa1 >> 5)) + 128 - 256 * pks2;
+    int a2p = s.a[1] - (s.a[1] >> 7) + (uga2 & live);
+    a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
+    int a1p = s.a[0] - (s.a[0] >> 8) + ((192 - 384 * pks1) & live);
+    const int a1ul = 15360 - a2p;
+    a1p = a1p < -a1ul ? -a1ul : (a1p > a1ul ? a1ul : a1p);
+    const int keep = tr ? 0 : -1;
+    const int transition = ~keep;
+    s.a[0] = a1p & keep;
+    s.a[1] = a2p & keep;
     s.pk[1] = s.pk[0];
     s.pk[0] = pk0;
 
-    s.td = (!tr && a2p < -11776) ? 1 : 0;
+    s.td = (!tr & (a2p < -11776)) ? 1 : 0;
     s.dms += (entry.f - s.dms) >> 5;
     s.dml += ((entry.f << 2) - s.dml) >> 7;
-    if (tr) {
-        s.ap = 256;
-    } else {
-        const int diff = (s.dms << 2) - s.dml;
-        const bool fast = (y < 1536) | (s.td != 0) | ((diff < 0 ? -diff : diff) >= (s.dml >> 3));
-        s.ap += ((fast ? 512 : 0) - s.ap) >> 4;
-    }
+    const int diff = (s.dms << 2) - s.dml;
+    const bool fast = (y < 1536) | (s.td != 0) | ((diff < 0 ? -diff : diff) >= (s.dml >> 3));
+    const int app = s.ap + (((fast ? 512 : 0) - s.ap) >> 4);
+    s.ap = app + ((256 - app) & transition);
     return {sr, tr};
 }
 
@@ -288,24 +317,23 @@ struct ScalarKernel {
 #if defined(__SSE2__) || defined(_M_X64)
 #define ZOR_G726_SSE2 1
 
-// The vector kernel keeps five of the six zero-section taps in two registers of four 32-bit
-// lanes, coefficients [b2 b3 b4 b5 | b6 0 0 0] against history [dq2 dq3 dq4 dq5 | dq6 ...], and
-// runs FMULT on them at once. The newest tap (b1 with the dq just made) and the two pole taps
-// stay scalar: they wait on this sample's reconstruction, and the scalar chain is the shorter.
-// SSE2 has no per-lane bit scan or variable shift, so both go through exact float conversions:
-// an integer below 2^24 converts exactly, its float exponent is the bit width and its top
-// fraction bits are the mantissa; a power-of-two scaling is an integer add to the exponent
-// field, and truncation back to an integer is the right shift.
+// The vector kernel keeps the eight predictor taps in two registers of four 32-bit lanes,
+// coefficients [b1 b2 b3 b4 | b5 b6 a1 a2] against history [dq1 dq2 dq3 dq4 | dq5 dq6 sr1 sr2],
+// and runs FMULT on all of them at once. SSE2 has no per-lane bit scan or variable shift, so
+// both go through exact float conversions: an integer below 2^24 converts exactly, its float
+// exponent is the bit width and its top fraction bits are the mantissa; a power-of-two scaling
+// is an integer add to the exponent field, and truncation back to an integer is the right shift.
 struct VectorKernel {
-    State& s;
+    State& out;
+    State s; // by value, so the compiler can keep it in registers
     __m128i coef[2];
     __m128i hist[2];
 
-    explicit VectorKernel(State& state) : s(state) {
-        coef[0] = _mm_setr_epi32(s.b[1], s.b[2], s.b[3], s.b[4]);
-        coef[1] = _mm_setr_epi32(s.b[5], 0, 0, 0);
-        hist[0] = _mm_setr_epi32(s.dq[1], s.dq[2], s.dq[3], s.dq[4]);
-        hist[1] = _mm_setr_epi32(s.dq[5], 32, 32, 32);
+    explicit VectorKernel(State& state) : out(state), s(state) {
+        coef[0] = _mm_setr_epi32(s.b[0], s.b[1], s.b[2], s.b[3]);
+        coef[1] = _mm_setr_epi32(s.b[4], s.b[5], s.a[0], s.a[1]);
+        hist[0] = _mm_setr_epi32(s.dq[0], s.dq[1], s.dq[2], s.dq[3]);
+        hist[1] = _mm_setr_epi32(s.dq[4], s.dq[5], s.sr[0], s.sr[1]);
     }
 
     void Store() {
@@ -315,10 +343,13 @@ struct VectorKernel {
         _mm_store_si128(reinterpret_cast<__m128i*>(c + 4), coef[1]);
         _mm_store_si128(reinterpret_cast<__m128i*>(h), hist[0]);
         _mm_store_si128(reinterpret_cast<__m128i*>(h + 4), hist[1]);
-        for (int i = 1; i < 6; ++i) {
-            s.b[i] = c[i - 1];
-            s.dq[i] = h[i - 1];
+        for (int i = 0; i < 6; ++i) {
+            s.b[i] = c[i];
+            s.dq[i] = h[i];
         }
+        s.sr[0] = h[6];
+        s.sr[1] = h[7];
+        out = s;
     }
 
     static ZOR_G726_INLINE __m128i FMult4(__m128i coefficient, __m128i history) {
@@ -346,15 +377,13 @@ struct VectorKernel {
     }
 
     ZOR_G726_INLINE void Predict(int& se, int& sez) const {
-        // Unused lanes hold coefficient 0, which FMULT still turns into a small non-zero
-        // product, so they are masked out of the sum.
         const __m128i lo = FMult4(coef[0], hist[0]);
-        const __m128i hi = _mm_and_si128(FMult4(coef[1], hist[1]), _mm_setr_epi32(-1, 0, 0, 0));
-        __m128i sum = _mm_add_epi32(lo, hi);
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-        const int sezi = _mm_cvtsi128_si32(sum) + FMult(s.b[0] >> 2, s.dq[0]);
-        const int sei = sezi + FMult(s.a[1] >> 2, s.sr[1]) + FMult(s.a[0] >> 2, s.sr[0]);
+        const __m128i hi = FMult4(coef[1], hist[1]);
+        __m128i zeros = _mm_add_epi32(lo, _mm_shuffle_epi32(lo, _MM_SHUFFLE(1, 0, 3, 2)));
+        zeros = _mm_add_epi32(zeros, _mm_shuffle_epi32(zeros, _MM_SHUFFLE(2, 3, 0, 1)));
+        const __m128i pairs = _mm_add_epi32(hi, _mm_shuffle_epi32(hi, _MM_SHUFFLE(2, 3, 0, 1)));
+        const int sezi = _mm_cvtsi128_si32(zeros) + _mm_cvtsi128_si32(pairs);
+        const int sei = sezi + _mm_cvtsi128_si32(_mm_unpackhi_epi64(pairs, pairs));
         se = Wrap16(sei) >> 1;
         sez = Wrap16(sezi) >> 1;
     }
@@ -363,31 +392,29 @@ struct VectorKernel {
         const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
         const bool dqneg = Rate<Bits>::kCode[code].negative != 0;
 
-        // UPB and TRIGB, lane-wise and for the scalar tap; unused lanes are cleared again.
+        // UPB and TRIGB on the six zero-section lanes; the pole lanes take the scalar results.
         constexpr int leak = Bits == 5 ? 9 : 8;
-        const int gain = dqmag == 0 ? 0 : 128;
         const __m128i negative = _mm_set1_epi32(dqneg ? -1 : 0);
+        const __m128i gain = _mm_set1_epi32(dqmag == 0 ? 0 : 128);
         const __m128i keep = _mm_set1_epi32(step.tr ? 0 : -1);
         for (int r = 0; r < 2; ++r) {
             const __m128i differ =
                 _mm_xor_si128(negative, _mm_srai_epi32(_mm_slli_epi32(hist[r], 21), 31));
-            const __m128i g = _mm_sub_epi32(_mm_xor_si128(_mm_set1_epi32(gain), differ), differ);
+            const __m128i g = _mm_sub_epi32(_mm_xor_si128(gain, differ), differ);
             __m128i bn = _mm_add_epi32(_mm_sub_epi32(coef[r], _mm_srai_epi32(coef[r], leak)), g);
             bn = _mm_srai_epi32(_mm_slli_epi32(bn, 16), 16);
             coef[r] = _mm_and_si128(bn, keep);
         }
-        coef[1] = _mm_and_si128(coef[1], _mm_setr_epi32(-1, 0, 0, 0));
-        const int differ = -(((s.dq[0] >> 10) & 1) ^ (dqneg ? 1 : 0));
-        const int b0 = Wrap16(s.b[0] - (s.b[0] >> leak) + ((gain ^ differ) - differ));
-        s.b[0] = step.tr ? 0 : b0;
+        coef[1] = _mm_or_si128(_mm_and_si128(coef[1], _mm_setr_epi32(-1, -1, 0, 0)),
+                               _mm_setr_epi32(0, 0, s.a[0], s.a[1]));
 
-        // Delay lines: the old dq1 enters lane 0 and everything moves up one lane.
+        // Delay lines: dq moves one lane up across both registers, sr within the upper half.
         const __m128i carried = _mm_srli_si128(hist[0], 12);
-        hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(s.dq[0]));
-        hist[1] = _mm_or_si128(_mm_slli_si128(hist[1], 4), carried);
-        s.dq[0] = ToFloat(dqmag, dqneg);
-        s.sr[1] = s.sr[0];
-        s.sr[0] = FloatOfSr(step.sr);
+        hist[0] =
+            _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(ToFloat(dqmag, dqneg)));
+        const __m128i up = _mm_and_si128(_mm_slli_si128(hist[1], 4), _mm_setr_epi32(0, -1, 0, -1));
+        hist[1] =
+            _mm_or_si128(_mm_or_si128(carried, up), _mm_setr_epi32(0, 0, FloatOfSr(step.sr), 0));
         return step.sr;
     }
 };
@@ -405,8 +432,11 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     int sez = 0;
     k.Predict(se, sez);
     const int y = ScaleFactor(k.s);
-    const int code = Quantize<Bits>((sample >> 2) - se, y);
-    k.template Update<Bits>(code, se, sez, y, DequantizedMagnitude<Bits>(code, y));
+    const int d = (sample >> 2) - se;
+    const int code = Quantize<Bits>(d, y);
+    // The level comes with the quantiser's lookup rather than from the code.
+    const int dqmag = Antilog(Rate<Bits>::kQuantLevel[QuantIndex(d, y)], y);
+    k.template Update<Bits>(code, se, sez, y, dqmag);
     return code;
 }
 
@@ -483,8 +513,7 @@ constexpr std::size_t kChunkSamples = 240; // a multiple of every group size
 template <int Bits>
 std::size_t EncodeBlockT(State& state, const short* in, std::size_t count, unsigned char* out) {
     constexpr std::size_t G = GroupSamples(Bits);
-    State s = state; // a local copy stays in registers; the caller's is written once at the end
-    BlockKernel kernel(s);
+    BlockKernel kernel(state); // works on its own copy; Store() writes it back
     unsigned char codes[kChunkSamples];
     const std::size_t padded = (count + G - 1) / G * G;
     for (std::size_t done = 0; done < padded; done += kChunkSamples) {
@@ -499,15 +528,13 @@ std::size_t EncodeBlockT(State& state, const short* in, std::size_t count, unsig
         out += PackCodesT<Bits>(codes, n, out);
     }
     kernel.Store();
-    state = s;
     return EncodedBytes(Bits, count);
 }
 
 template <int Bits>
 std::size_t DecodeBlockT(State& state, const unsigned char* in, std::size_t bytes, short* out) {
     constexpr std::size_t chunkBytes = kChunkSamples / GroupSamples(Bits) * GroupBytes(Bits);
-    State s = state;
-    BlockKernel kernel(s);
+    BlockKernel kernel(state);
     unsigned char codes[kChunkSamples];
     const std::size_t total = DecodedSamples(Bits, bytes);
     for (std::size_t done = 0; done < total; done += kChunkSamples) {
@@ -519,7 +546,6 @@ std::size_t DecodeBlockT(State& state, const unsigned char* in, std::size_t byte
         }
     }
     kernel.Store();
-    state = s;
     return total;
 }
 
