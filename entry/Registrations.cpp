@@ -6,6 +6,8 @@
 // A row whose component this build does not contain registers a function that reports
 // "<creation name>: not available in this build"; each component replaces its row with its real
 // creation function.
+#include "audio/AudioDecoderCom.h"
+#include "audio/AudioEncoderCom.h"
 #include "entry/Registry.h"
 #include "filters/AdvancedPacketFilter.h"
 #include "filters/AttributeSetter.h"
@@ -23,8 +25,8 @@ zorCJokHlpAutoRegFunction s_Reg03("CreateAudioAnalyzer2", "&CAudioAnalyzer2Com",
 zorCJokHlpAutoRegFunction s_Reg04("CreateAudioAnalyzer", "&CAudioAnalyzerCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioAnalyzer"); });
 zorCJokHlpAutoRegFunction s_Reg05("CreateAudioCodec", "&CAudioCodecCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioCodec"); });
 zorCJokHlpAutoRegFunction s_Reg06("CreateAudioConverter", "&CAudioConverterCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioConverter"); });
-zorCJokHlpAutoRegFunction s_Reg07("CreateAudioDecoder", "&CAudioDecoderCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioDecoder"); });
-zorCJokHlpAutoRegFunction s_Reg08("CreateAudioEncoder", "&CAudioEncoderCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioEncoder"); });
+zorCJokHlpAutoRegComponentFactory<CAudioDecoderCom> s_Reg07("CreateAudioDecoder", "&CAudioDecoderCom");
+zorCJokHlpAutoRegComponentFactory<CAudioEncoderCom> s_Reg08("CreateAudioEncoder", "&CAudioEncoderCom");
 zorCJokHlpAutoRegFunction s_Reg09("CreateAudioFmtChoose", "&CAudioFmtChooseCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioFmtChoose"); });
 zorCJokHlpAutoRegFunction s_Reg10("CreateAudioPlayer", "&CAudioPlayerCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioPlayer"); });
 zorCJokHlpAutoRegFunction s_Reg11("CreateAudioSampleMixer", "&CreateAudioSampleMixer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioSampleMixer"); });
