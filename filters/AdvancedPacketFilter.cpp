@@ -144,7 +144,6 @@ constexpr long kAudioPacketCapacity = 1440;
 CAdvancedPacketFilterCom::CAdvancedPacketFilterCom(const char* dataPath)
     : CKor2PinComponent("AdvancedPacketFilter"),
       m_pOwned(std::make_unique<CZorAdvancedPacketFilter>()), m_pModule(m_pOwned.get()) {
-    m_pModule->SetCallback([this] { CallScriptCallback(); });
     ConnectPath(dataPath);
 }
 
@@ -172,8 +171,8 @@ const CJokPropertyMap<CAdvancedPacketFilterCom>& CAdvancedPacketFilterCom::Prope
                                "&CAdvancedPacketFilterCom::PacketTypeHandler", 1)
             .AddNotifiedString("dumpFile", &C::DumpFileHandler,
                                "&CAdvancedPacketFilterCom::DumpFileHandler")
-            .AddInterface("callback", &C::m_pCallback, IID_IJokCommand, "IJokCommand",
-                          "&CAdvancedPacketFilterCom::m_pCallback")
+            .AddNotifiedInterface("callback", &C::CallbackHandler, IID_IJokCommand, "IJokCommand",
+                                  "&CAdvancedPacketFilterCom::CallbackHandler")
             .AddFunction("CreateTextPacket", &C::CreateTextPacket,
                          "&CAdvancedPacketFilterCom::CreateTextPacket")
             .AddFunction("CreateTextSchema", &C::CreateTextSchema,
@@ -253,6 +252,28 @@ int CAdvancedPacketFilterCom::DumpFileHandler(CBelString* value, int set) {
         return 1;
     }
     m_pModule->Vocabulary().SetDumpFile(value->str());
+    return 1;
+}
+
+// The module learns of the callback only while one is set, so that a filter without one does not
+// pay for taking the arrival time.
+int CAdvancedPacketFilterCom::CallbackHandler(IUnknown** value, int set) {
+    if (!set) {
+        if (m_pCallback)
+            m_pCallback->AddRef();
+        *value = m_pCallback;
+        return 1;
+    }
+    auto* callback = static_cast<IJokCommand*>(*value);
+    if (callback)
+        callback->AddRef();
+    if (m_pCallback)
+        m_pCallback->Release();
+    m_pCallback = callback;
+    if (m_pCallback)
+        m_pModule->SetCallback([this] { CallScriptCallback(); });
+    else
+        m_pModule->SetCallback({});
     return 1;
 }
 

@@ -77,6 +77,7 @@ private:
     void UnlockFilter() override;
     void ArmDelayAlarm(long milliseconds) override { SetAlarm(milliseconds); }
     void CancelDelayAlarm() override { KillAlarm(); }
+    bool HasFilterCallback() override { return static_cast<bool>(m_Callback); }
     void FilterCallback() override;
     void SendToOutput(CKorPacket* packet) override;
 
@@ -107,6 +108,7 @@ public:
     int TextHandler(CBelString* value, int set);
     int PacketTypeHandler(CBelString* value, int set);
     int DumpFileHandler(CBelString* value, int set);
+    int CallbackHandler(IUnknown** value, int set);
 
     int CreateTextPacket(CJokCommandContext* context);
     int CreateTextSchema(CJokCommandContext* context);

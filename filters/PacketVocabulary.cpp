@@ -172,8 +172,15 @@ bool CZorPacketVocabulary::CompileScript(std::string_view text, SCompiled* compi
 }
 
 void CZorPacketVocabulary::RebindFields() {
+    const CKorPacket* p = m_pCurrent;
+    if (!p) {
+        for (int index : m_Bound)
+            SetNumber(index, -1.0);
+        return;
+    }
+    const int kind = p->GetKind();
     for (int index : m_Bound)
-        SetNumber(index, ReadField(index));
+        SetNumber(index, PacketField(index, *p, kind));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -206,8 +213,11 @@ double CZorPacketVocabulary::ReadField(int index) {
     if (entry.m_Kind != kField)
         return entry.m_Constant;
     const CKorPacket* p = m_pCurrent;
-    if (!p)
-        return -1.0;
+    return p ? PacketField(index, *p, p->GetKind()) : -1.0;
+}
+
+double CZorPacketVocabulary::PacketField(int index, const CKorPacket& packet, int kind) {
+    const CKorPacket* p = &packet;
     switch (index) {
     case TS:
         return static_cast<double>(p->GetTimeStamp());
@@ -216,29 +226,28 @@ double CZorPacketVocabulary::ReadField(int index) {
     case STREAM:
         return p->GetStreamNo();
     case TYPE:
-        return p->GetKind();
+        return kind;
     case TRELLUMPACKETTYPE:
-        return p->GetKind() == CKorPacket::KIND_TRELLUM
+        return kind == CKorPacket::KIND_TRELLUM
                    ? static_cast<const CKorTrellumPacket*>(p)->GetPacketType()
                    : -1.0;
     case TIMESTAMPVALID:
         return p->IsTimeStampValid() ? 1.0 : 0.0;
     case TIMEBASEFLAGS:
-        return p->GetKind() == CKorPacket::KIND_TIMEBASE
+        return kind == CKorPacket::KIND_TIMEBASE
                    ? static_cast<const CKorTimeBasePacket*>(p)->GetFlags()
                    : 0.0;
     case SIZE:
-        if (p->GetKind() == CKorPacket::KIND_TEXT)
+        if (kind == CKorPacket::KIND_TEXT)
             return static_cast<const CKorTextPacket*>(p)->Text().GetLength();
         return static_cast<double>(p->GetDataSize());
     case FRAMETYPE:
-        return p->GetKind() == CKorPacket::KIND_VIDEO
+        return kind == CKorPacket::KIND_VIDEO
                    ? static_cast<const CKorVideoPacket*>(p)->GetFrameType()
                    : -1.0;
     case LAYER:
-        return p->GetKind() == CKorPacket::KIND_VIDEO
-                   ? static_cast<const CKorVideoPacket*>(p)->GetLayer()
-                   : -1.0;
+        return kind == CKorPacket::KIND_VIDEO ? static_cast<const CKorVideoPacket*>(p)->GetLayer()
+                                              : -1.0;
     case VIDEOWIDTH:
     case VIDEOHEIGHT: {
         const BITMAPINFOHEADER* header = VideoFormat(p);
@@ -248,7 +257,7 @@ double CZorPacketVocabulary::ReadField(int index) {
     }
     case ASPECTRATIOX:
     case ASPECTRATIOY: {
-        if (p->GetKind() != CKorPacket::KIND_VIDEO)
+        if (kind != CKorPacket::KIND_VIDEO)
             return -1.0;
         auto* aspect = static_cast<const CKorAspectRatioMD*>(p->FindMetadata(kMetadataAspectRatio));
         return aspect ? static_cast<double>(aspect->GetAspectRatio(index == ASPECTRATIOX)) : -1.0;
@@ -284,9 +293,8 @@ double CZorPacketVocabulary::ReadField(int index) {
         return p->GetAttribute(kVmdLevelAttribute, &level) ? level : -1.0;
     }
     case SCHEMA:
-        return p->GetKind() == CKorPacket::KIND_TEXT
-                   ? static_cast<const CKorTextPacket*>(p)->GetSchema()
-                   : 0.0;
+        return kind == CKorPacket::KIND_TEXT ? static_cast<const CKorTextPacket*>(p)->GetSchema()
+                                             : 0.0;
     default:
         return 0.0;
     }
@@ -477,6 +485,8 @@ double CZorPacketVocabulary::PerformAction(int index) {
         m_pSaved = nullptr;
         break;
     case CALLBACK:
+        if (!m_Host.HasFilterCallback())
+            return 0.0;
         ReadField(RECEIVEDTIME); // the callback sees the arrival time, not its own
         m_Host.FilterCallback();
         break;

@@ -44,7 +44,7 @@ public:
     virtual void UnlockFilter() = 0;
     virtual void ArmDelayAlarm(long milliseconds) = 0;
     virtual void CancelDelayAlarm() = 0;
-    // Calls the script's callback, if one is set.
+    virtual bool HasFilterCallback() = 0;
     virtual void FilterCallback() = 0;
     // Sends a packet to the output at once; takes the reference (a refused packet is released).
     virtual void SendToOutput(CKorPacket* packet) = 0;
@@ -204,6 +204,8 @@ private:
     };
 
     double ReadField(int index);
+    // A packet field (kind kField) of a packet of that kind.
+    static double PacketField(int index, const CKorPacket& packet, int kind);
     double PerformAction(int index);
     void SetDelay(double seconds);
     void SetLocked(double value);

@@ -31,6 +31,7 @@ public:
     void UnlockFilter() override { m_Locked = false; }
     void ArmDelayAlarm(long milliseconds) override { m_Alarms.push_back(milliseconds); }
     void CancelDelayAlarm() override { ++m_Cancels; }
+    bool HasFilterCallback() override { return true; }
     void FilterCallback() override { ++m_Callbacks; }
     void SendToOutput(CKorPacket* packet) override { m_Sent.push_back(packet); }
     ~CFakeHost() {
