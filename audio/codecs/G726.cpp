@@ -71,12 +71,13 @@ template <int Bits> struct Rate {
         }
     }
 
-    // Negative codes count down from all ones, so |I| of code I is I or kMask - I.
+    // Negative codes count down from all ones, so |I| of code I is I or kMask - I. The top bit
+    // is the sign, also for the all-ones positive zero, which decodes as a negative zero.
     static constexpr int Magnitude(int code) { return code & kSign ? kMask - code : code; }
+    static constexpr int Negative(int code) { return (code >> (Bits - 1)) & 1; }
 
     struct CodeEntry {
-        short dqln;
-        short negative;
+        int dqln;
         int w;
         int f;
     };
@@ -84,8 +85,7 @@ template <int Bits> struct Rate {
         std::array<CodeEntry, kCodes> table{};
         for (int code = 0; code < kCodes; ++code) {
             const int m = Magnitude(code);
-            table[code] = {static_cast<short>(Table().dqln[m]),
-                           static_cast<short>((code & kSign) ? 1 : 0), Table().w[m], Table().f[m]};
+            table[code] = {Table().dqln[m], Table().w[m], Table().f[m]};
         }
         return table;
     }
@@ -128,31 +128,20 @@ ZOR_G726_INLINE int BitWidth(int value) {
     return static_cast<int>(std::bit_width(v | 1u)) - (v == 0 ? 1 : 0);
 }
 
-// FMULT's split of a coefficient magnitude (13 bits) into exponent and 6-bit mantissa, by
-// table: the bit scan and the variable shift it replaces are the costliest part of a scalar
-// FMULT. Entry = exponent << 6 | mantissa. Zero has exponent 0 and mantissa 32, as the
-// Recommendation has it; any other magnitude's mantissa has bit 5 set, so "| 32" covers both.
-constexpr std::array<std::uint16_t, 8192> MakeCoefficientSplit() {
-    std::array<std::uint16_t, 8192> table{};
-    for (int mag = 0; mag < 8192; ++mag) {
-        const int exp = static_cast<int>(std::bit_width(static_cast<unsigned>(mag)));
-        table[mag] = static_cast<std::uint16_t>((exp << 6) | ((mag << 6) >> exp) | 32);
-    }
-    return table;
-}
-constexpr std::array<std::uint16_t, 8192> kCoefficientSplit = MakeCoefficientSplit();
-
 // FMULT: coefficient (already >> 2, 14-bit two's complement) times an 11-bit float history value,
-// with the Recommendation's 6-bit mantissa product and rounding. The product's exponent shift,
-// left by WANEXP - 19 when positive and right otherwise, is one 64-bit multiply by 2^WANEXP and
-// a fixed right shift by 19.
+// with the Recommendation's 6-bit mantissa product and rounding. A zero coefficient counts as
+// mantissa 32, as the Recommendation has it; any other magnitude's mantissa has bit 5 set, so
+// "| 32" covers both. The shift is done in 64 bits so both directions are one expression: left
+// by WANEXP - 19 when positive, right otherwise.
 ZOR_G726_INLINE int FMult(int an, int srn) {
     const int anSign = an >> 31;
     const int anmag = ((an ^ anSign) - anSign) & 0x1FFF; // coefficient signs flip at random
-    const int split = kCoefficientSplit[anmag];
-    const int wanmant = ((split & 63) * (srn & 63) + 48) >> 4;
-    const std::uint64_t scale = std::uint64_t{1} << ((split >> 6) + ((srn >> 6) & 15));
-    const int mag = static_cast<int>(((wanmant * scale) >> 19) & 0x7FFF);
+    const int anexp = BitWidth(anmag);
+    const int anmant = ((anmag << 6) >> anexp) | 32;
+    const int srexp = (srn >> 6) & 15;
+    const int wanmant = (anmant * (srn & 63) + 48) >> 4;
+    const int mag =
+        static_cast<int>(((static_cast<std::uint64_t>(wanmant) << (anexp + srexp)) >> 19) & 0x7FFF);
     const int sign = anSign ^ -((srn >> 10) & 1);
     return (mag ^ sign) - sign;
 }
@@ -226,7 +215,8 @@ struct Step {
 template <int Bits>
 ZOR_G726_INLINE Step UpdateScalars(State& s, int code, int se, int sez, int y, int dqmag) {
     const auto& entry = Rate<Bits>::kCode[code];
-    const int dqi = (dqmag ^ -entry.negative) + entry.negative;
+    const int negative = Rate<Bits>::Negative(code);
+    const int dqi = (dqmag ^ -negative) + negative;
     const int sr = Wrap16(se + dqi);
     const int dqsez = Wrap16(sez + dqi);
     const int pk0 = dqsez < 0 ? 1 : 0;
@@ -292,7 +282,7 @@ struct ScalarKernel {
     template <int Bits> ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag) {
         const int oldDq[6] = {s.dq[0], s.dq[1], s.dq[2], s.dq[3], s.dq[4], s.dq[5]};
         const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
-        const bool dqneg = Rate<Bits>::kCode[code].negative != 0;
+        const bool dqneg = Rate<Bits>::Negative(code) != 0;
         // UPB (the leak is smaller at 40 kbit/s; coefficients wrap at 16 bits) and TRIGB.
         constexpr int leak = Bits == 5 ? 9 : 8;
         const int gain = dqmag == 0 ? 0 : 128;
@@ -315,8 +305,6 @@ struct ScalarKernel {
 };
 
 #if defined(__SSE2__) || defined(_M_X64)
-#define ZOR_G726_SSE2 1
-
 // The vector kernel keeps the eight predictor taps in two registers of four 32-bit lanes,
 // coefficients [b1 b2 b3 b4 | b5 b6 a1 a2] against history [dq1 dq2 dq3 dq4 | dq5 dq6 sr1 sr2],
 // and runs FMULT on all of them at once. SSE2 has no per-lane bit scan or variable shift, so
@@ -390,7 +378,7 @@ struct VectorKernel {
 
     template <int Bits> ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag) {
         const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
-        const bool dqneg = Rate<Bits>::kCode[code].negative != 0;
+        const bool dqneg = Rate<Bits>::Negative(code) != 0;
 
         // UPB and TRIGB on the six zero-section lanes; the pole lanes take the scalar results.
         constexpr int leak = Bits == 5 ? 9 : 8;
