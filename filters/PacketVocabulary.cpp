@@ -125,6 +125,17 @@ int CZorPacketVocabulary::FindEntry(std::string_view name) {
     return -1;
 }
 
+void CZorPacketVocabulary::RegisterNames(ExpressionEvalContext& context) {
+    for (const SEntry& entry : sm_Entries)
+        context.RegisterHostVariable(entry.m_Name);
+}
+
+ExpressionCheckResult CZorPacketVocabulary::CheckScript(std::string_view text) {
+    ExpressionEvalContext context;
+    RegisterNames(context);
+    return ExpressionParser::Check(text, context);
+}
+
 CZorPacketVocabulary::CZorPacketVocabulary(IZorPacketFilterHost& host, CKorPacket*& current)
     : m_Host(host), m_pCurrent(current) {
     for (int i = 0; i < kEntryCount; ++i) {

@@ -129,6 +129,11 @@ public:
     static const SEntry& Entry(int index) { return sm_Entries[index]; }
     // The index of a vocabulary name, or -1.
     static int FindEntry(std::string_view name);
+    // Registers the vocabulary's names, as host variables, in a plain context: what a script
+    // checker needs to tell the filter's names from the script's own.
+    static void RegisterNames(ExpressionEvalContext& context);
+    // Checks a filter script against the vocabulary without a module.
+    static ExpressionCheckResult CheckScript(std::string_view text);
     // What assigning TS stores: values beyond the signed range fold back by 2^32, so unsigned
     // time stamps round-trip; then the low 32 bits of the truncated value.
     static std::uint32_t ToTimeStamp(double value);
