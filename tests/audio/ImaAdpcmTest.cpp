@@ -3,6 +3,8 @@
 // library by construction: the header handling, the wrap past 32767 and the index clamp.
 #include "audio/codecs/ImaAdpcm.h"
 
+#include "audio/codecs/AudioDecoderImpl.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -90,6 +92,17 @@ TEST(ImaAdpcm, BlocksWithoutDataYieldNothing) {
         const std::vector<unsigned char> block(size, 0x77);
         EXPECT_EQ(zor::ima::DecodeBlock(block.data(), block.size(), nullptr), 0u) << size;
     }
+}
+
+// The decoder class takes each chunk as one block, whatever the block alignment says.
+TEST(ImaAdpcm, DecoderClassDecodesEachChunkAsOneBlock) {
+    CMicrosoftADPCMDecoder decoder;
+    EXPECT_FALSE(decoder.UsesBlockAlign());
+    const std::vector<unsigned char> block = {0x10, 0x00, 0x00, 0xEE, 0x73, 0x08};
+    std::vector<short> out(2 * block.size(), 0x5A5A); // the room a caller allots: 2 per byte
+    EXPECT_EQ(decoder.Decode(block.data(), block.data() + block.size(), out.data()), 4u);
+    EXPECT_EQ(out, (std::vector<short>{21, 33, 31, 32, 0x5A5A, 0x5A5A, 0x5A5A, 0x5A5A, 0x5A5A,
+                                       0x5A5A, 0x5A5A, 0x5A5A}));
 }
 
 } // namespace
