@@ -210,11 +210,13 @@ int CJoinerPortComp::Receive(CKorPacket* packet) {
         return 0;
     }
     m_InRecv = 1;
-    m_ArrivalTime = BelDoubleTime();
     if (!m_pJoiner) {
         packet->Release(); // the joiner is gone: nothing downstream any more
     } else if (!m_pJoiner->Offer(this, packet)) {
         m_pPacket = packet;
+        // Only a packet that waits needs its arrival noted: reading the clock for every packet
+        // passed straight through would cost as much as the whole hand-over.
+        m_ArrivalTime = BelDoubleTime();
     }
     m_InRecv = 0;
     return 1;

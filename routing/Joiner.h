@@ -106,7 +106,7 @@ private:
     CKorPacket* Take();
 
     CKorPacket* m_pPacket = nullptr; // one reference, or nullptr
-    double m_ArrivalTime = 0.0;      // BelDoubleTime() seconds
+    double m_ArrivalTime = 0.0;      // BelDoubleTime() seconds at which the waiting packet came
     CJoinerComp* m_pJoiner;
 };
 

@@ -66,6 +66,7 @@ CZorSplitterPort* CZorSplitter::CreatePort() {
         port->m_BornInPush = m_PushCount;
     }
     m_ppPorts[slot] = port;
+    ++m_TableChanges;
     port->SetParent(this);
     port->_LinkUpStreamModule(this);
     return port;
@@ -77,6 +78,7 @@ void CZorSplitter::RemovePort(CZorSplitterPort* port) {
             continue;
         }
         m_ppPorts[i] = nullptr;
+        ++m_TableChanges;
         // A port that leaves before its turn in a delivery gets no reference.
         if (m_Delivering && i > m_DeliverSlot && port->m_BornInPush != m_PushCount) {
             --m_PortsToServe;
@@ -93,6 +95,7 @@ void CZorSplitter::Push() {
     if (m_Delivering) {
         return;
     }
+    const unsigned tableBefore = m_TableChanges;
     int ActivePorts = 0;
     for (int i = 0; i < m_nPorts; ++i) {
         CZorSplitterPort* port = m_ppPorts[i];
@@ -113,9 +116,11 @@ void CZorSplitter::Push() {
         packet->Release(); // no ports: the input is discarded
         return;
     }
-    // The walk above may have changed the table (a downstream call can add or remove ports).
-    ActivePorts = static_cast<int>(
-        std::count_if(m_ppPorts, m_ppPorts + m_nPorts, [](auto* p) { return p != nullptr; }));
+    if (m_TableChanges != tableBefore) {
+        // A downstream call during the walk added or removed ports.
+        ActivePorts = static_cast<int>(
+            std::count_if(m_ppPorts, m_ppPorts + m_nPorts, [](auto* p) { return p != nullptr; }));
+    }
     m_Delivering = true;
     ++m_PushCount;
     m_PortsToServe = ActivePorts;

@@ -64,9 +64,10 @@ private:
     int m_DeliverSlot = -1;   // slot being served
     int m_PortsToServe = 0;   // present ports not yet served
     unsigned m_PushCount = 0; // deliveries so far; ports made during one skip it
+    unsigned m_TableChanges = 0;
 };
 
-class ZOR_EXPORT CZorSplitterPort : public CKorModule {
+class ZOR_EXPORT CZorSplitterPort final : public CKorModule {
 public:
     explicit CZorSplitterPort(const char* name = "CZorSplitterPort");
     // Releases the pending packet and leaves the parent's table.
