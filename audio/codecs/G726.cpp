@@ -1,5 +1,6 @@
 #include "audio/codecs/G726.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -240,7 +241,8 @@ ZOR_G726_INLINE Step UpdateScalars(State& s, int code, int se, int sez, int y, i
     const int pks2 = pk0 ^ s.pk[1];
     const int live = sigpk ? 0 : -1;                    // no gradient terms when DQ + SEZ is zero
     const int fa1 = (s.a[0] ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ, else -A1
-    const int uga2 = (fa1 < -8191 ? -256 : (fa1 > 8191 ? 255 : fa1 >> 5)) + 128 - 256 * pks2;
+    // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255).
+    const int uga2 = (std::min(std::max(fa1, -8191), 8191) >> 5) + 128 - 256 * pks2;
     int a2p = s.a[1] - (s.a[1] >> 7) + (uga2 & live);
     a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
     int a1p = s.a[0] - (s.a[0] >> 8) + ((192 - 384 * pks1) & live);
