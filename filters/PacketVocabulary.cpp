@@ -190,8 +190,19 @@ void CZorPacketVocabulary::RebindFields() {
         return;
     }
     const int kind = p->GetKind();
-    for (int index : m_Bound)
-        SetNumber(index, PacketField(index, *p, kind));
+    for (int index : m_Bound) {
+        // The fields nearly every filter reads, without the call; the rest as PacketField says.
+        double value;
+        if (index == TYPE)
+            value = kind;
+        else if (index == FRAMETYPE && kind == CKorPacket::KIND_VIDEO)
+            value = static_cast<const CKorVideoPacket*>(p)->GetFrameType();
+        else if (index == STREAM)
+            value = p->GetStreamNo();
+        else
+            value = PacketField(index, *p, kind);
+        SetNumber(index, value);
+    }
 }
 
 // ---------------------------------------------------------------------------------------------

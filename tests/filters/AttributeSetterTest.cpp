@@ -1,5 +1,6 @@
 #include "filters/AttributeSetter.h"
 
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
@@ -50,8 +51,12 @@ TEST_F(AttributeSetter, ListKeepsOnePairPerTypeInFirstInsertionOrder) {
     ReleaseOne(1);
     ReleaseOne(99);
     EXPECT_EQ(List(), (Pairs{{5, 10}, {7, -2}}));
+    CBelDiagnosticCapture capture;
     CJokCommandContext missing;
-    m_pCom->AlterAttribute(&missing); // no parameters: nothing changes
+    m_pCom->AlterAttribute(&missing);
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError),
+              "missing parameter 'type'; missing parameter 'value'");
+    EXPECT_EQ(List().size(), 2u);
     CJokCommandContext all;
     m_pCom->ReleaseAll(&all);
     EXPECT_TRUE(List().empty());
