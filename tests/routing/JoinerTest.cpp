@@ -4,6 +4,7 @@
 #include "framework/kor/Packet.h"
 #include "tests/routing/RoutingHelpers.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -127,6 +128,40 @@ TEST_F(Joiner, PortFlushDropsItsPacketAndFlushesTheJoiner) {
     EXPECT_EQ(Delivered(), (std::vector<long>{3}));
     pending->Release();
     waiting->Release();
+}
+
+// Asks its upstream for more from inside Receive, as some consumers do.
+class CEagerSink : public CTestSink {
+public:
+    int Receive(CKorPacket* packet) override {
+        if (m_Refuse) {
+            return 0;
+        }
+        ++m_Depth;
+        m_MaxDepth = std::max(m_MaxDepth, m_Depth);
+        const int taken = CTestSink::Receive(packet);
+        UpStreamModule()->Poll();
+        --m_Depth;
+        return taken;
+    }
+    int m_Depth = 0;
+    int m_MaxDepth = 0;
+};
+
+TEST_F(Joiner, PollFromInsideAHandOverWaitsForItsTurn) {
+    CEagerSink eager;
+    *joiner | eager;
+    eager.m_Refuse = true;
+    ports[0]->Receive(MakeDataPacket(1));
+    ports[1]->Receive(MakeDataPacket(2));
+    ports[0]->Receive(MakeDataPacket(3));
+    eager.m_Refuse = false;
+    joiner->Poll();
+    EXPECT_EQ(eager.m_MaxDepth, 1) << "the joiner was not re-entered during a hand-over";
+    ASSERT_EQ(eager.Count(), 3);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(eager.Packets()[static_cast<size_t>(i)]->GetTimeStamp(), i + 1);
+    }
 }
 
 TEST_F(Joiner, PortOutlivingItsJoinerDiscardsInput) {

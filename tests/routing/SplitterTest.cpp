@@ -268,6 +268,24 @@ TEST(Splitter, SelfDeletingPortGoesWhenUnlinkedAtBothEnds) {
     EXPECT_EQ(splitter.GetPort(0), nullptr);
 }
 
+TEST(Splitter, UnlinkingForgetsTheUpstreamAndThePortsNeighbour) {
+    CZorSplitter splitter;
+    CTestSink sink;
+    CZorSplitterPort* port = splitter.CreatePort();
+    *port | sink;
+    {
+        CTestSource source;
+        source | splitter;
+        EXPECT_EQ(splitter.UpStreamModule(), &source);
+    } // a destroyed upstream unlinks itself
+    EXPECT_TRUE(splitter.UpStreamModule()->IsNull());
+    splitter.UnlinkModule(&sink); // reaches the port that feeds it
+    EXPECT_TRUE(port->DownStreamModule()->IsNull());
+    EXPECT_EQ(port->UpStreamModule(), &splitter);
+    sink.UnlinkModule(port);
+    delete port;
+}
+
 // --- The component: one splitter per data path, branches joined by name. ---------------------
 
 TEST(SplitterCom, BranchesByPathEachGetEveryPacket) {

@@ -78,6 +78,17 @@ TEST_F(Synch, HoldsOnePacketAndPacesItsUpstream) {
     EXPECT_EQ(sink.Count(), 2);
 }
 
+TEST_F(Synch, RefusedAtItsTimeItGoesWhenDownstreamAsksAgain) {
+    sink.m_Refuse = true;
+    synch.Receive(MakeDataPacket(10));
+    clock.Advance(20);
+    EXPECT_NE(synch.GetHeldPacket(), nullptr);
+    EXPECT_FALSE(synch.IsAlarmSet());
+    sink.m_Refuse = false;
+    sink.Poll();
+    EXPECT_EQ(sink.Count(), 1);
+}
+
 TEST_F(Synch, UnstampedPacketGoesAtOnceInNormalAndHighSpeed) {
     for (int mode : {1, 2}) {
         synch.Notify(mode, 0);
