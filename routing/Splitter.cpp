@@ -262,6 +262,14 @@ int CZorSplitterPort::Receive(CKorPacket* packet) {
     return 1;
 }
 
+void CZorSplitterPort::Poll() {
+    // Without this a packet a port's downstream refused would wait until the splitter's next
+    // delivery, which may never come while the splitter's own upstream waits for a poll.
+    if (Push()) {
+        CKorModule::Poll();
+    }
+}
+
 void CZorSplitterPort::Flush() {
     if (m_Packet) {
         m_Packet->Release();

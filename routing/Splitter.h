@@ -75,6 +75,8 @@ public:
 
     // Takes packet's reference; always answers 1.
     int Receive(CKorPacket* packet) override;
+    // Offers the pending packet first; only an empty port passes the poll up to the splitter.
+    void Poll() override;
     void Flush() override;
     void UnlinkModule(CKorModule* module) override;
 

@@ -112,6 +112,17 @@ TEST(Splitter, PollPullsThroughFromUpstream) {
     EXPECT_EQ(graph.sinks[1]->Count(), 3);
 }
 
+TEST(Splitter, PortDeliversItsOwnPacketWhenItsDownstreamAsksAgain) {
+    SFanOut graph(2);
+    graph.sinks[0]->m_Refuse = true;
+    graph.source.Push(MakeDataPacket(1)); // held by port 0; nothing waits at the splitter
+    ASSERT_EQ(graph.splitter.GetPendingPacket(), nullptr);
+    graph.sinks[0]->m_Refuse = false;
+    graph.sinks[0]->Poll();
+    EXPECT_EQ(graph.sinks[0]->Count(), 1);
+    EXPECT_EQ(graph.source.PollCount(), 1) << "then the poll went on upstream";
+}
+
 TEST(Splitter, PortTableGrowsInStepsOfFiveAndReusesEmptySlots) {
     CZorSplitter splitter;
     std::vector<CZorSplitterPort*> ports;
