@@ -1,16 +1,21 @@
 -- The audio codecs at work on speech: encodes a speech sample at every rate the encoder offers,
 -- decodes it back, and prints the sizes and the signal-to-noise ratio of each round trip.
 --
---   zor-run examples/codecs_demo.lua [SPEECH.wav]
+--   zor-run examples/codecs_demo.lua [SPEECH.wav [OUT_DIR]]
 --
--- Without an argument it takes the first WAV file in examples/data/, else it synthesises speech
--- with espeak-ng (or, without it, a speech-like test signal). Files go to a temporary folder.
+-- Without SPEECH.wav it takes the first WAV file in examples/data/, else it synthesises speech
+-- with espeak-ng (or, without it, a speech-like test signal). The coded and decoded files stay in
+-- OUT_DIR when one is given, to be listened to; otherwise they go to a temporary folder that is
+-- removed at the end.
 
 local script_dir = (arg and arg[0] or ""):match("^(.*[/\\])") or "./"
 local codecs = dofile(script_dir .. "lib/codecs.lua")
 
-local work = os.tmpname()
-os.remove(work)
+local keep = arg and arg[2]
+local work = keep or os.tmpname()
+if not keep then
+    os.remove(work)
+end
 assert(os.execute("mkdir -p '" .. work .. "'"))
 
 -- 16-bit mono at 8 kHz is what the codecs are made for; convert with sox when needed and
@@ -71,4 +76,8 @@ local encoder = zor.CreateAudioEncoder{}
 local hex = "9a020100401f0000b80b00000c00030002002000" -- G.726, 8 kHz, 3 bits, 12-byte blocks
 encoder.SetWaveFormatEx{ format = hex }
 print(string.format("SetWaveFormatEx{ format = \"%s\" } selects \"%s\"", hex, encoder.format))
-print("Decoded files are in " .. work)
+if keep then
+    print("Coded and decoded files are in " .. work)
+else
+    os.execute("rm -rf '" .. work .. "'")
+end
