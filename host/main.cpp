@@ -3,6 +3,7 @@
 //     zor-run [--module PATH] SCRIPT.lua [ARGS...]
 //
 // The module is the libzor.so this build made, unless ZOR_MODULE or --module names another.
+#include "filters/FilterCheck.h"
 #include "host/ModuleLoader.h"
 #include "host/ScriptHost.h"
 
@@ -21,6 +22,7 @@ namespace {
 void PrintUsage(const char* program, std::FILE* out) {
     std::fprintf(out,
                  "usage: %s [--module PATH] SCRIPT.lua [ARGS...]\n"
+                 "       %s --check-filter FILE\n"
                  "\n"
                  "Runs a Lua 5.4 script with the global `zor`: the module's creation functions\n"
                  "by name (zor.CreateSplitter{ dataPath = \"video\" }) and the host's helpers\n"
@@ -28,13 +30,15 @@ void PrintUsage(const char* program, std::FILE* out) {
                  "The script's arguments are in `arg` and `...`. See docs/user-guide.md.\n"
                  "\n"
                  "options:\n"
+                 "  --check-filter FILE  check an advanced packet filter script: its parse\n"
+                 "                 messages, or the variables it uses and its tree\n"
                  "  --module PATH  the Zor module to load (default: $ZOR_MODULE, else\n"
                  "                 %s)\n"
                  "  --help         this text\n"
                  "\n"
                  "exit status: 0, 1 after a script error, 2 for a usage or loading fault, or\n"
                  "what the script passed to os.exit.\n",
-                 program, ZOR_DEFAULT_MODULE);
+                 program, program, ZOR_DEFAULT_MODULE);
 }
 
 } // namespace
@@ -52,6 +56,9 @@ int main(int argc, char** argv) {
         if (std::strcmp(argv[i], "--") == 0) {
             ++i;
             break;
+        }
+        if (std::strcmp(argv[i], "--check-filter") == 0 && i + 1 < argc) {
+            return ZorCheckFilterFile(program, argv[i + 1]);
         }
         if (std::strcmp(argv[i], "--module") == 0 && i + 1 < argc) {
             module = argv[++i];
