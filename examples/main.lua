@@ -58,6 +58,17 @@ for i = 1, #a do
     assert(a[i].data == b[i].data and a[i].ts == b[i].ts, "packet " .. i .. " differs")
 end
 print(string.format("round trip: %d packets identical, last timestamp %d ms", #a, b[#b].ts))
+
+-- 3. A filter script at work on the same input: keep the first second, count what it saw.
+local clip = zor.wav_source{ file = input, path = "filtered" }
+local trim = zor.CreateAdvancedPacketFilter{ dataPath = "filtered" }
+trim.filter = "seen = seen + 1; bytes = bytes + SIZE; if (TS >= 1000) { DISCARD; }"
+local kept = zor.sink{ path = "filtered" }
+clip.run()
+print(string.format("filter   saw %d packets (%d bytes), kept %d up to 1 s (last at %d ms)",
+    trim.GetVariable{ variable = "seen" }, trim.GetVariable{ variable = "bytes" }, kept.count(),
+    kept.count() > 0 and kept.packets()[kept.count()].ts or -1))
+
 if not arg[2] then
     os.remove(output)
 end
