@@ -347,19 +347,6 @@ TEST(PacketVocabulary, DataAndMetadataAsStrings) {
     EXPECT_EQ(f.Run("r = VIDEO"), 9);
 }
 
-TEST(PacketVocabulary, CheckerTellsTheVocabularyFromTheScriptsOwnNames) {
-    const ExpressionCheckResult ok = CZorPacketVocabulary::CheckScript("n = n + 1; TS = n");
-    ASSERT_TRUE(ok.m_Ok);
-    ASSERT_EQ(ok.m_Variables.size(), 2u);
-    EXPECT_EQ(ok.m_Variables[0].m_Name, "TS");
-    EXPECT_TRUE(ok.m_Variables[0].m_Host);
-    EXPECT_FALSE(ok.m_Variables[1].m_Host);
-    const ExpressionCheckResult bad = CZorPacketVocabulary::CheckScript("\nif (TS) DISCARD;");
-    EXPECT_FALSE(bad.m_Ok);
-    ASSERT_FALSE(bad.m_Messages.empty());
-    EXPECT_NE(bad.m_Messages[0].find("at line 2"), std::string::npos);
-}
-
 TEST(PacketVocabulary, DumpAppendsDataInBinary) {
     const std::string path = ::testing::TempDir() + "apf-dump.bin";
     std::remove(path.c_str());

@@ -62,18 +62,5 @@ assert(sink.packets()[1].text == "hits=7\nwhere=door\n")
 assert(apf.GetVariable{ variable = "got" } == 14)
 sink.clear()
 
--- Audio and time-base packets enter like arriving ones.
-apf.filter = "rate = AUDIOSAMPLERATE; flags = TIMEBASEFLAGS"
-assert(apf.CreateAudioPacket{ audioData = "\1\2\3\4", submid = 1 } == true)
-assert(apf.GetVariable{ variable = "rate" } == 8000)
-assert(apf.CreateTimebasePacket{ timestamp = 1000, flags = 1 } == true)
-assert(apf.GetVariable{ variable = "flags" } == 1)
-zor.capture()
-assert(not apf.CreateAudioPacket{ audioData = "x", submid = 99 })
-local out = false
-for _, d in ipairs(zor.capture()) do
-    out = out or d.text:find("submid is out of bounds", 1, true) ~= nil
-end
-assert(out)
 apf.Flush{}
 print("advanced packet filter: ok")
