@@ -1,8 +1,5 @@
 #include "audio/AudioEncoderCom.h"
 
-#include "audio/AudioDecoderCom.h"
-#include "audio/WaveFormatString.h"
-#include "audio/codecs/AudioDecoderImpl.h"
 #include "audio/codecs/G711.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
@@ -223,41 +220,6 @@ TEST_F(AudioEncoder, PartialGroupIsPaddedWithSilence) {
     EXPECT_EQ(std::memcmp(expected->GetData(), m_Sink.Packets()[0]->GetData(), 3), 0);
     expected->Release();
     whole->Release();
-}
-
-TEST_F(AudioEncoder, EveryFormatDecodesBackThroughTheDecoderComponent) {
-    for (const char* name : {"64 kbps", "32 kbps", "24 kbps", "16 kbps"}) {
-        SCOPED_TRACE(name);
-        CAudioEncoderCom* encoder = new CAudioEncoderCom;
-        CAudioDecoderCom* decoder = new CAudioDecoderCom;
-        CBelString format(name);
-        ASSERT_TRUE(encoder->FormatHandler(&format, 1));
-        CTestSource source;
-        CTestSink sink;
-        source | *encoder->Module() | *decoder->Module() | sink;
-        const std::vector<short> pcm = Tone(2880, 6000);
-        for (int i = 0; i < 4; ++i)
-            source.Push(MakePcmPacket(
-                i * 90, std::vector<short>(pcm.begin() + i * 720, pcm.begin() + (i + 1) * 720)));
-        std::vector<short> back;
-        for (const CKorPacket* p : sink.Packets()) {
-            const auto* s = reinterpret_cast<const short*>(p->GetData());
-            back.insert(back.end(), s, s + p->GetDataSize() / 2);
-        }
-        ASSERT_EQ(back.size(), pcm.size());
-        double signal = 0, noise = 0;
-        for (std::size_t i = 720; i < pcm.size(); ++i) { // past the ADPCM start-up
-            signal += double(pcm[i]) * pcm[i];
-            noise += double(pcm[i] - back[i]) * (pcm[i] - back[i]);
-        }
-        EXPECT_GT(10 * std::log10(signal / noise), 10.0);
-        CBelString decoded;
-        decoder->FormatHandler(&decoded, 0);
-        EXPECT_EQ(decoded, name);
-        source.LinkModule(CKorNullModule::GetModule());
-        encoder->Release();
-        decoder->Release();
-    }
 }
 
 } // namespace
