@@ -31,7 +31,7 @@ bool CZorAdvancedPacketFilter::SetFilter(std::string_view text) {
         ok = m_Vocabulary.CompileScript(text, &compiled, &messages);
         size_t start = 0;
         while (start < messages.size()) {
-            const size_t end = std::min(messages.find('\n', start), messages.size() - 1);
+            const size_t end = std::min(messages.find('\n', start), messages.size());
             BelDump("%.*s\n", static_cast<int>(end - start), messages.data() + start);
             start = end + 1;
         }
@@ -82,21 +82,21 @@ void CZorAdvancedPacketFilter::Flush() {
     CKorUnbufferedModule::Flush();
 }
 
-void CZorAdvancedPacketFilter::UnlockFilter() {
-    Unlock(0);
+void CZorAdvancedPacketFilter::CHost::UnlockFilter() {
+    m_Owner.Unlock(0);
     // Inside Receive the current packet goes on when processing ends; from outside (a script
     // setting LOCKED) the held input must be restarted here.
-    if (!IsProcessing())
-        Poll();
+    if (!m_Owner.IsProcessing())
+        m_Owner.Poll();
 }
 
-void CZorAdvancedPacketFilter::FilterCallback() {
-    if (m_Callback)
-        m_Callback();
+void CZorAdvancedPacketFilter::CHost::FilterCallback() {
+    if (m_Owner.m_Callback)
+        m_Owner.m_Callback();
 }
 
-void CZorAdvancedPacketFilter::SendToOutput(CKorPacket* packet) {
-    if (!DownStreamModule()->Receive(packet))
+void CZorAdvancedPacketFilter::CHost::SendToOutput(CKorPacket* packet) {
+    if (!m_Owner.DownStreamModule()->Receive(packet))
         packet->Release();
 }
 
@@ -382,9 +382,11 @@ int CAdvancedPacketFilterCom::CreateAudioPacket(CJokCommandContext* context) {
         return 1;
     }
     // One sequence number per format, so receivers re-examine the format only when it changes.
-    auto found = m_AudioFormatNumbers.find(id);
+    auto found = std::find_if(m_AudioFormatNumbers.begin(), m_AudioFormatNumbers.end(),
+                              [id](const auto& entry) { return entry.first == id; });
     if (found == m_AudioFormatNumbers.end())
-        found = m_AudioFormatNumbers.emplace(id, CKorPacket::GetNewFormatSeqNumber()).first;
+        found = m_AudioFormatNumbers.emplace(m_AudioFormatNumbers.end(), id,
+                                             CKorPacket::GetNewFormatSeqNumber());
     const long size = data.GetLength();
     CKorAudioPacket* packet = g_AudioPacketSource.NewPacket(std::max(size, kAudioPacketCapacity));
     std::memcpy(packet->GetData(), data.c_str(), static_cast<size_t>(size));

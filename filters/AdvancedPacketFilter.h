@@ -25,10 +25,11 @@
 #include "framework/kor/UnbufferedModule.h"
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 class CJokCommandContext;
 class CJokGenericData;
@@ -37,8 +38,7 @@ template <class T> class CJokPropertyMap;
 class ExpressionEvalOp;
 struct IJokCommand;
 
-class ZOR_EXPORT CZorAdvancedPacketFilter : public CKorUnbufferedModule,
-                                            private IZorPacketFilterHost {
+class ZOR_EXPORT CZorAdvancedPacketFilter : public CKorUnbufferedModule {
 public:
     explicit CZorAdvancedPacketFilter(const char* name = "AdvancedPacketFilter");
     ~CZorAdvancedPacketFilter() override;
@@ -68,20 +68,30 @@ protected:
     void ProcessPacket() override;
 
 private:
-    double GetTimeScale() override { return GetTimeScaleFactor(); }
-    void SetTimeScale(double scale) override { SetTimeScaleFactor(scale); }
-    long GetModuleTime() override { return GetTime(); }
-    void SetModuleTime(long milliseconds) override { SetTime(milliseconds); }
-    bool IsFilterLocked() override { return IsLocked(); }
-    void LockFilter() override { Lock(); }
-    void UnlockFilter() override;
-    void ArmDelayAlarm(long milliseconds) override { SetAlarm(milliseconds); }
-    void CancelDelayAlarm() override { KillAlarm(); }
-    bool HasFilterCallback() override { return static_cast<bool>(m_Callback); }
-    void FilterCallback() override;
-    void SendToOutput(CKorPacket* packet) override;
+    // What the vocabulary asks of the module: a member rather than a second base, whose thunks
+    // would be exported with the class.
+    class CHost final : public IZorPacketFilterHost {
+    public:
+        explicit CHost(CZorAdvancedPacketFilter& owner) : m_Owner(owner) {}
+        double GetTimeScale() override { return m_Owner.GetTimeScaleFactor(); }
+        void SetTimeScale(double scale) override { m_Owner.SetTimeScaleFactor(scale); }
+        long GetModuleTime() override { return m_Owner.GetTime(); }
+        void SetModuleTime(long milliseconds) override { m_Owner.SetTime(milliseconds); }
+        bool IsFilterLocked() override { return m_Owner.IsLocked(); }
+        void LockFilter() override { m_Owner.Lock(); }
+        void UnlockFilter() override;
+        void ArmDelayAlarm(long milliseconds) override { m_Owner.SetAlarm(milliseconds); }
+        void CancelDelayAlarm() override { m_Owner.KillAlarm(); }
+        bool HasFilterCallback() override { return static_cast<bool>(m_Owner.m_Callback); }
+        void FilterCallback() override;
+        void SendToOutput(CKorPacket* packet) override;
 
-    CZorPacketVocabulary m_Vocabulary{*this, m_pPacket};
+    private:
+        CZorAdvancedPacketFilter& m_Owner;
+    };
+
+    CHost m_Host{*this};
+    CZorPacketVocabulary m_Vocabulary{m_Host, m_pPacket};
     std::unique_ptr<ExpressionEvalOp> m_pTree;
     std::string m_FilterText;
     // A script set while the tree runs waits here for the end of the evaluation.
@@ -132,7 +142,8 @@ private:
     std::unique_ptr<CZorAdvancedPacketFilter> m_pOwned; // until a data path takes the module
     CZorAdvancedPacketFilter* m_pModule;
     IJokCommand* m_pCallback = nullptr;
-    std::map<unsigned, long> m_AudioFormatNumbers; // sub-media id -> format sequence number
+    // Sub-media id and format sequence number, one pair per id used so far.
+    std::vector<std::pair<unsigned, long>> m_AudioFormatNumbers;
 };
 
 // "CreateAdvancedPacketFilter" { dataPath = "..." }.

@@ -97,6 +97,12 @@ std::string Unescape(std::string_view text) {
     return out;
 }
 
+std::string Decimal(int value) {
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "%d", value);
+    return buffer;
+}
+
 bool IsIdentifier(std::string_view name) {
     if (name.empty() || !std::isalpha(static_cast<unsigned char>(name[0])))
         return false;
@@ -646,7 +652,7 @@ void CZorPacketVocabulary::CreateSchema(int code) {
 std::string CZorPacketVocabulary::AddSchemaField(int code, std::string_view variable) {
     auto* schema = const_cast<SSchema*>(FindSchema(code));
     if (!schema)
-        return "no text schema " + std::to_string(code);
+        return "no text schema " + Decimal(code);
     const bool isString = !variable.empty() && variable[0] == '$';
     const std::string_view name = isString ? variable.substr(1) : variable;
     if (!IsIdentifier(name))
@@ -656,8 +662,7 @@ std::string CZorPacketVocabulary::AddSchemaField(int code, std::string_view vari
     const int index = Lookup(name, true);
     for (const SSchemaField& field : schema->m_Fields)
         if (field.m_Index == index)
-            return "'" + std::string(name) + "' is already a field of schema " +
-                   std::to_string(code);
+            return "'" + std::string(name) + "' is already a field of schema " + Decimal(code);
     schema->m_Fields.push_back(SSchemaField{index, isString});
     return {};
 }

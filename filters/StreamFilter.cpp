@@ -10,7 +10,7 @@
 
 #include <algorithm>
 
-bool ZorIsKeyFrame(const CKorPacket& packet) {
+bool CZorStreamFilterModule::IsKeyFrame(const CKorPacket& packet) {
     switch (packet.GetKind()) {
     case CKorPacket::KIND_VIDEO: {
         const int type = static_cast<const CKorVideoPacket&>(packet).GetFrameType();
@@ -41,8 +41,8 @@ void CZorStreamFilterModule::ProcessPacket() {
         static_cast<std::int32_t>(static_cast<std::uint32_t>(m_pPacket->GetStreamNo()) & m_Mask);
     const bool found = std::find(m_Ids.begin(), m_Ids.end(), key) != m_Ids.end();
     // While waiting, even a matching packet must be a key frame; the wait goes on.
-    const bool pass = (!m_Resynchronising || ZorIsKeyFrame(*m_pPacket)) &&
-                      (found ? m_Include != 0 : m_Include == 0);
+    const bool pass =
+        (!m_Resynchronising || IsKeyFrame(*m_pPacket)) && (found ? m_Include != 0 : m_Include == 0);
     m_Resynchronising = pass ? 0 : 1;
     if (!pass) {
         m_pPacket->Release();

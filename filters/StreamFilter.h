@@ -23,14 +23,14 @@ class CJokCommandContext;
 class CJokPropertyEnum;
 template <class T> class CJokPropertyMap;
 
-// A packet a decoder can start on: video I- and EI-frames, the key packets of TRELLUM streams,
-// and every packet of the kinds that have no dependent frames (audio, text, data ...).
-ZOR_EXPORT bool ZorIsKeyFrame(const CKorPacket& packet);
-
 class ZOR_EXPORT CZorStreamFilterModule : public CKorUnbufferedModule {
 public:
     // An empty name gives "StreamFilter". Starts with processing disabled.
     explicit CZorStreamFilterModule(const char* name = "");
+
+    // A packet a decoder can start on: video I- and EI-frames, the key packets of TRELLUM
+    // streams, and every packet of the kinds that have no dependent frames (audio, text, data).
+    static bool IsKeyFrame(const CKorPacket& packet);
 
     void SetStreamFilter(std::vector<std::int32_t> ids, std::int32_t include, std::uint32_t mask);
     const std::vector<std::int32_t>& GetIds() const { return m_Ids; }
