@@ -69,6 +69,47 @@ print(string.format("filter   saw %d packets (%d bytes), kept %d up to 1 s (last
     trim.GetVariable{ variable = "seen" }, trim.GetVariable{ variable = "bytes" }, kept.count(),
     kept.count() > 0 and kept.packets()[kept.count()].ts or -1))
 
+-- 4. Fan-out, pacing and merging on the same input: a splitter gives every packet to two
+-- branches, one paced by a synchroniser at eight times real time, one straight through; a joiner
+-- merges the branches again. The splitter moves at its slowest branch's pace, so the whole graph
+-- plays at the synchroniser's speed.
+local scale = 8.0
+local fan = zor.wav_source{ file = input, path = "fan" }
+local split = zor.CreateSplitter{ dataPath = "fan" }
+split.CreatePort{ dataPath = "fan.paced" }
+local synch = zor.CreateSynch{ paths = { "fan.paced" } }
+split.CreatePort{ dataPath = "fan.direct" }
+local join = zor.CreateJoiner{ dataPath = "fan.merged" }
+join.CreatePort{ dataPath = "fan.paced" }
+join.CreatePort{ dataPath = "fan.direct" }
+local merged = zor.sink{ path = "fan.merged" }
+-- Changing the scale or resuming asks upstream for packets, and the file reader answers at once:
+-- so these come last, once the graph is whole. The first packet's timestamp becomes the
+-- synchroniser's "now".
+local started = zor.now()
+synch.scaleFactor = scale
+synch.paused = true
+synch.paused = false
+fan.run()
+while merged.count() < 2 * seen.count() and zor.now() - started < 10000 do
+    zor.run{ seconds = 0.01 }
+end
+local elapsed = (zor.now() - started) / 1000
+-- Each input packet arrives twice, once per branch, as the same object (shared, not copied).
+local first, shared = {}, 0
+for _, packet in ipairs(merged.packets()) do
+    local twin = first[packet.ts]
+    if twin then
+        shared = shared + (twin == packet and 1 or 0)
+    else
+        first[packet.ts] = packet
+    end
+end
+print(string.format("fan-out  %d packets to 2 branches and merged again: %d out, every packet "
+    .. "twice as one object: %s", seen.count(), merged.count(), tostring(shared == seen.count())))
+print(string.format("pacing   %.2f s of sound played in %.2f s (%.1f times real time, scale %.1f)",
+    reader.duration, elapsed, reader.duration / elapsed, scale))
+
 if not arg[2] then
     os.remove(output)
 end
