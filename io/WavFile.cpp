@@ -39,6 +39,9 @@ void CWavReader::Close() {
 
 bool CWavReader::Fail(const std::string& why) {
     m_Error = why;
+    // A format read before the fault must not pass for the file's.
+    m_Format.clear();
+    m_DataSize = 0;
     Close();
     return false;
 }

@@ -11,6 +11,8 @@ namespace {
 constexpr WORD kTagPcm = 1;
 constexpr WORD kTagALaw = 6;
 constexpr WORD kTagMuLaw = 7;
+// Seconds: far below a sample period, far above the rounding of clock arithmetic.
+constexpr double kTimeTolerance = 1e-6;
 
 // Seconds from the start of the data to a byte position in it.
 double DataSeconds(const WAVEFORMATEX& format, unsigned long position) {
@@ -69,7 +71,9 @@ bool CWavSourceModule::DeliverPending() {
 long CWavSourceModule::Emit() {
     const long before = m_Delivered;
     while (DeliverPending()) {
-        if (m_Paced && SecondsAt(m_Reader.Position()) > BelDoubleTime() - m_StartClock) {
+        // The tolerance keeps a timer that fires at its due time from finding itself early.
+        if (m_Paced &&
+            SecondsAt(m_Reader.Position()) > BelDoubleTime() - m_StartClock + kTimeTolerance) {
             break;
         }
         CKorAudioPacket* packet = ReadPacket();

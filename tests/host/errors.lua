@@ -1,0 +1,60 @@
+-- Faults a script author makes get one clear message each, at the line that made them.
+zor.capture() -- from here on, messages are checked, not echoed
+
+local function fails(pattern, f, ...)
+    local ok, message = pcall(f, ...)
+    assert(not ok, "expected an error matching " .. pattern)
+    assert(message:find(pattern, 1, true), message)
+    assert(message:find("^[^:]*errors%.lua:%d+: "), "names the script line: " .. message)
+end
+
+local sink = zor.sink{ path = "er.a" }
+local messages = {
+    -- unknown names
+    { "zor.CreateSplitterr: no such creation function or helper", function() return zor.CreateSplitterr end },
+    { "ScriptSink has no property 'refuze' (it has: refuse, onPacket", function() return sink.refuze end },
+    { "ScriptSink has no property 'colour'", function() sink.colour = 1 end },
+    -- wrong types and read-only properties
+    { "ScriptSink.refuse: refused a string (the property is boolean)", function() sink.refuse = "yes" end },
+    { "ScriptSink.refused is read-only", function() sink.refused = 3 end },
+    { "ScriptSink.onPacket: refused a number (the property is interface IJokCommand", function() sink.onPacket = 5 end },
+    { "ScriptSink.refuse: cannot take a thread", function() sink.refuse = coroutine.create(print) end },
+    { "a table that mixes array items and named fields", function() sink.refuse = { 1, x = 2 } end },
+    { "nested too deeply", function() local t = {}; t[1] = t; sink.refuse = t end },
+    -- helper parameters
+    { "zor.packet: unknown field 'tss'", function() zor.packet{ tss = 1 } end },
+    { "zor.packet: field 'ts' must be a number, not string", function() zor.packet{ ts = "1" } end },
+    { "zor.packet: unknown kind 'vidoe'", function() zor.packet{ kind = "vidoe" } end },
+    { "zor.packet: field 'frameType' is for video packets", function() zor.packet{ frameType = 1 } end },
+    { "zor.packet: unknown frameType 'X'", function() zor.packet{ kind = "video", frameType = "X" } end },
+    { "audio format: rate is required", function() zor.packet{ kind = "audio", format = {} } end },
+    { "zor.sink: expects a table of named fields, not number", function() zor.sink(3) end },
+    { "zor.advance: the clock is real", function() zor.advance(10) end },
+    { "zor.clock: expects \"virtual\" or \"real\"", function() zor.clock("fast") end },
+    { "zor.run: field 'seconds' is required", function() zor.run{} end },
+    { "a packet has no field 'tz'", function() return zor.packet{}.tz end },
+    { "cannot be called", function() sink() end },
+}
+for _, case in ipairs(messages) do
+    fails(case[1], case[2])
+end
+assert(#zor.capture() == 0, "Lua errors are not reported twice")
+
+-- The module's own faults: the call gives nil and the message goes to the diagnostics, with the
+-- position of the call.
+local function module_fault(pattern, f)
+    assert(f() == nil)
+    local notes = zor.capture()
+    assert(#notes == 1 and notes[1].kind == "error", #notes)
+    assert(notes[1].text:find(pattern, 1, true), notes[1].text)
+    assert(notes[1].file:find("errors.lua", 1, true) and notes[1].line > 0)
+end
+module_fault("CreateSynch: paths must be a vector of strings (or null)",
+             function() return zor.CreateSynch{ paths = 3 } end)
+module_fault("CreateVideoDisplay: not available in this build",
+             function() return zor.CreateVideoDisplay{} end)
+assert(zor.CreateSynch{ paths = zor.null } ~= nil, "null paths are no paths")
+assert(zor.CreateVideoDisplay.name == "CreateVideoDisplay")
+assert(zor.CreateVideoDisplay.description == "&CreateVideoDisplay")
+assert(zor.CreateVideoDisplayDX.description == "&CreateVideoDisplay")
+print("errors: ok")
