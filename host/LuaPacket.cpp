@@ -347,15 +347,12 @@ void PushVideoFormat(lua_State* L, const CKorVideoPacket* packet) {
 
 void PushAttributes(lua_State* L, const CKorPacket* packet) {
     lua_newtable(L);
-    // Attribute numbers are small; probe the common range rather than reach into the packet.
-    int found = 0;
-    for (int number = 0; number < 256 && found < packet->GetAttributeCount(); ++number) {
+    for (int index = 0; index < packet->GetAttributeCount(); ++index) {
+        int number = 0;
         int value = 0;
-        if (packet->GetAttribute(number, &value)) {
-            lua_pushinteger(L, value);
-            lua_rawseti(L, -2, number);
-            ++found;
-        }
+        packet->GetAttributeAt(index, &number, &value);
+        lua_pushinteger(L, value);
+        lua_rawseti(L, -2, number);
     }
 }
 

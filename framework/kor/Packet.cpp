@@ -60,6 +60,15 @@ bool CKorPacket::GetAttribute(int number, int* value) const {
     return false;
 }
 
+bool CKorPacket::GetAttributeAt(int index, int* number, int* value) const {
+    if (index < 0 || index >= m_AttributeCount) {
+        return false;
+    }
+    *number = m_Attributes[index].m_Number;
+    *value = m_Attributes[index].m_Value;
+    return true;
+}
+
 bool CKorPacket::SetAttribute(int number, int value) {
     for (int i = 0; i < m_AttributeCount; ++i) {
         if (m_Attributes[i].m_Number == number) {

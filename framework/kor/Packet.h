@@ -71,6 +71,8 @@ public:
     bool GetAttribute(int number, int* value) const;
     bool SetAttribute(int number, int value);
     int GetAttributeCount() const { return m_AttributeCount; }
+    // The index-th attribute in the order it was first set; answers false out of range.
+    bool GetAttributeAt(int index, int* number, int* value) const;
 
     // The metadata handler (borrowed); owned by the packet when set with takeOwnership.
     CKorMetadataHandler* GetMetadataHandler() const { return m_pMetadata; }

@@ -4,10 +4,11 @@ local src = zor.source{ path = "ss.video" }
 local sink = zor.sink{ path = "ss.video" }
 
 local p = zor.packet{ kind = "video", ts = 40, rts = 1.5, stream = 2, frameType = "B", layer = 1,
-                      attributes = { [1] = 12, [5] = -3 }, data = "\0\1\2\3",
+                      attributes = { [1] = 12, [5] = -3, [70000] = 9 }, data = "\0\1\2\3",
                       format = { width = 352, height = 288, compression = "H264", bits = 12 } }
 assert(p.kind == "video" and p.ts == 40 and p.tsValid and p.rts == 1.5 and p.stream == 2)
-assert(p.frameType == 3 and p.layer == 1 and p.attributes[1] == 12 and p.attributes[5] == -3)
+assert(p.frameType == 3 and p.layer == 1 and p.attributes[1] == 12 and p.attributes[5] == -3
+       and p.attributes[70000] == 9)
 assert(p.size == 4 and p.data == "\0\1\2\3")
 assert(p.format.width == 352 and p.format.height == 288 and p.format.compression == 0x34363248)
 assert(p.refcount == 1)
