@@ -39,7 +39,8 @@ public:
     // stream number and the input's stamps advanced by firstSample's time. Borrows pcm. Returns
     // a new packet (one reference, the caller's), or nullptr when no sample is left from
     // firstSample on. Call with firstSample = 0, SamplesPerPacket(), ... to cover a long input.
-    CKorAudioPacket* Encode(const CKorAudioPacket* pcm, std::size_t firstSample = 0);
+    // Virtual, in the slot after the destructor, as other modules expect of an encoder.
+    virtual CKorAudioPacket* Encode(const CKorAudioPacket* pcm, std::size_t firstSample = 0);
 
     // Samples of the input (data size / 2).
     static std::size_t SampleCount(const CKorAudioPacket* pcm);
