@@ -3,6 +3,9 @@
 --
 --     zor-run examples/main.lua [IN.wav [OUT.wav]]
 --
+-- Then the same input goes through a filter script, through fan-out, pacing and merging, and
+-- through the audio codecs at every rate.
+--
 -- Graph: wav_source -> sink (the script sees every packet) -> source -> wav_sink. The sink's
 -- callback hands each packet straight on, so a refusal at the end would travel back to the file
 -- reader; the components in the middle are where module components (filters, codecs, level
@@ -109,6 +112,21 @@ print(string.format("fan-out  %d packets to 2 branches and merged again: %d out,
     .. "twice as one object: %s", seen.count(), merged.count(), tostring(shared == seen.count())))
 print(string.format("pacing   %.2f s of sound played in %.2f s (%.1f times real time, scale %.1f)",
     reader.duration, elapsed, reader.duration / elapsed, scale))
+
+-- 5. The audio codecs on the same speech: encode at every rate the encoder offers, decode back,
+-- and measure what the round trip kept.
+local codecs = dofile(here .. "/lib/codecs.lua")
+local original = codecs.read_wav(input)
+for _, rate in ipairs(codecs.rates) do
+    local decoded = os.tmpname()
+    local result = codecs.transcode(input, decoded, rate)
+    local coded = codecs.read_wav(result.coded_file)
+    local snr = codecs.snr(original, codecs.read_wav(decoded))
+    print(string.format("codec    %-8s %-13s %6d bytes (%4.1f:1), decoded SNR %5.1f dB", rate,
+        codecs.codec_name(rate), #coded.data, #original.data / #coded.data, snr))
+    os.remove(decoded)
+    os.remove(result.coded_file)
+end
 
 if not arg[2] then
     os.remove(output)
