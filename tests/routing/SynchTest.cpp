@@ -7,6 +7,7 @@
 #include <deque>
 #include <gtest/gtest.h>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,9 @@ struct SWaitCase {
     long m_Wait; // expected wall wait (ms)
 };
 constexpr long kUnstamped = -1;
+void PrintTo(const SWaitCase& c, std::ostream* os) {
+    *os << c.m_Label;
+}
 
 class SynchWait : public Synch, public ::testing::WithParamInterface<SWaitCase> {};
 
