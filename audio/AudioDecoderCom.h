@@ -70,7 +70,7 @@ private:
     CKorPacketChainer m_Pending; // decoded (or undecodable) packets not yet taken downstream
 };
 
-class CAudioDecoderCom : public CKor2PinComponent {
+class CAudioDecoderCom final : public CKor2PinComponent {
 public:
     CAudioDecoderCom();
 

@@ -64,7 +64,7 @@ private:
     CKorPacketChainer m_Pieces; // pieces of a cut input that downstream has not yet taken
 };
 
-class CAudioEncoderCom : public CKor2PinComponent {
+class CAudioEncoderCom final : public CKor2PinComponent {
 public:
     CAudioEncoderCom();
 

@@ -35,7 +35,7 @@ private:
     bool m_ReportedFull = false;
 };
 
-class CAttrCom : public CKor2PinComponent {
+class CAttrCom final : public CKor2PinComponent {
 public:
     struct SAttribute {
         std::int32_t m_Type;

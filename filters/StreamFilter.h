@@ -48,7 +48,7 @@ private:
     std::int32_t m_Resynchronising = 1;
 };
 
-class CStreamFilterCom : public CKor2PinComponent {
+class CStreamFilterCom final : public CKor2PinComponent {
 public:
     // Makes one module per path, in order, and joins each path.
     explicit CStreamFilterCom(const std::vector<CBelString>& paths);

@@ -258,7 +258,7 @@ int Capture(lua_State* L, SLuaFault&) {
             lua_pushinteger(L, entry.m_Line);
             lua_setfield(L, -2, "line");
         }
-        lua_rawseti(L, -2, static_cast<lua_Integer>(i + 1));
+        lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
     }
     return 1;
 }

@@ -54,7 +54,7 @@ void SetArguments(lua_State* L, const std::string& script, const std::vector<std
     lua_rawseti(L, -2, 0);
     for (size_t i = 0; i < args.size(); ++i) {
         lua_pushstring(L, args[i].c_str());
-        lua_rawseti(L, -2, static_cast<lua_Integer>(i + 1));
+        lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
     }
     lua_setglobal(L, "arg");
 }

@@ -18,6 +18,12 @@ DWORD ReadLE32(const BYTE* p) {
            (static_cast<DWORD>(p[2]) << 16) | (static_cast<DWORD>(p[3]) << 24);
 }
 
+// Writes a chunk's four-character id at offset n; answers the offset after it.
+size_t PutTag(BYTE* header, size_t n, const char (&tag)[5]) {
+    std::copy_n(tag, 4, header + n);
+    return n + 4;
+}
+
 void PutLE32(BYTE* p, DWORD v) {
     for (int i = 0; i < 4; ++i) {
         p[i] = static_cast<BYTE>(v >> (8 * i));
@@ -106,8 +112,10 @@ bool CWavReader::Open(const std::string& path) {
                 m_DataSize = present;
                 m_Truncated = true;
             }
-            const WORD align = Format().nBlockAlign;
-            m_DataSize -= m_DataSize % align;
+            const WORD align = Format().nBlockAlign; // checked non-zero with the fmt chunk
+            if (align > 1) {
+                m_DataSize -= m_DataSize % align;
+            }
             return true;
         } else if (std::fseek(m_pFile, static_cast<long>(size) + (size & 1), SEEK_CUR) != 0) {
             return Fail(path + ": truncated chunk");
@@ -155,8 +163,11 @@ bool CWavWriter::Open(const std::string& path, const WAVEFORMATEX& format) {
     const DWORD fmtSize = pcm ? 16 : sizeof(WAVEFORMATEX);
     BYTE header[64];
     size_t n = 0;
-    std::memcpy(header + n, "RIFF\0\0\0\0WAVEfmt ", 16);
-    n += 16;
+    n = PutTag(header, n, "RIFF");
+    PutLE32(header + n, 0); // patched by Close
+    n += 4;
+    n = PutTag(header, n, "WAVE");
+    n = PutTag(header, n, "fmt ");
     PutLE32(header + n, fmtSize);
     n += 4;
     WAVEFORMATEX record = format;
@@ -164,15 +175,18 @@ bool CWavWriter::Open(const std::string& path, const WAVEFORMATEX& format) {
     std::memcpy(header + n, &record, fmtSize);
     n += fmtSize;
     if (!pcm) {
-        std::memcpy(header + n, "fact\4\0\0\0\0\0\0\0", 12);
-        m_FactSizeOffset = static_cast<long>(n + 8);
-        n += 12;
+        n = PutTag(header, n, "fact");
+        PutLE32(header + n, 4);
+        PutLE32(header + n + 4, 0); // patched by Close
+        m_FactSizeOffset = static_cast<long>(n + 4);
+        n += 8;
     } else {
         m_FactSizeOffset = -1;
     }
-    std::memcpy(header + n, "data\0\0\0\0", 8);
-    m_DataSizeOffset = static_cast<long>(n + 4);
-    n += 8;
+    n = PutTag(header, n, "data");
+    PutLE32(header + n, 0); // patched by Close
+    m_DataSizeOffset = static_cast<long>(n);
+    n += 4;
     if (std::fwrite(header, 1, n, m_pFile) != n) {
         m_WriteFailed = true;
     }

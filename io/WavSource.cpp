@@ -20,7 +20,8 @@ double DataSeconds(const WAVEFORMATEX& format, unsigned long position) {
     // One block is one sample frame for PCM and G.711; other tags pack several samples per
     // block, so their byte rate is the only general measure of time.
     if (tag == kTagPcm || tag == kTagALaw || tag == kTagMuLaw || format.nAvgBytesPerSec == 0) {
-        return static_cast<double>(position / format.nBlockAlign) / format.nSamplesPerSec;
+        const unsigned long frames = position / format.nBlockAlign; // whole sample frames
+        return static_cast<double>(frames) / format.nSamplesPerSec;
     }
     return static_cast<double>(position) / format.nAvgBytesPerSec;
 }

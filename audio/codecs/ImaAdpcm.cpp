@@ -45,7 +45,8 @@ std::size_t DecodeBlock(const unsigned char* block, std::size_t bytes, short* ou
         return 0;
     }
     std::uint16_t predictor = static_cast<std::uint16_t>(block[0] | (block[1] << 8));
-    int index = static_cast<signed char>(block[2]);
+    // The step index is stored as a signed byte.
+    int index = block[2] < 128 ? block[2] : block[2] - 256;
     index = index < 0 ? 0 : (index > kMaxStepIndex ? kMaxStepIndex : index);
     int row = index * 16; // kept premultiplied: the table's next index is too
 

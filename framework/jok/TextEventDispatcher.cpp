@@ -21,7 +21,7 @@ int CJokTextEventDispatcher::IsAttached(IJokTextObserver* observer) const {
     return std::find(m_Observers.begin(), m_Observers.end(), observer) != m_Observers.end();
 }
 
-void CJokTextEventDispatcher::Notify(CJokTextSubjectEvent event) {
+void CJokTextEventDispatcher::Notify(const CJokTextSubjectEvent& event) {
     // A handler may change the list: walk a copy and skip observers detached meanwhile.
     const std::vector<IJokTextObserver*> snapshot = m_Observers;
     for (IJokTextObserver* observer : snapshot) {

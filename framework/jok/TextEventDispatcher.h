@@ -28,7 +28,7 @@ public:
     int IsAttached(IJokTextObserver* observer) const;
     // Calls each observer attached when the call began and still attached when its turn comes,
     // in the order of attachment; observers may attach and detach from inside their handler.
-    void Notify(CJokTextSubjectEvent event);
+    void Notify(const CJokTextSubjectEvent& event);
 
 private:
     std::vector<IJokTextObserver*> m_Observers;
