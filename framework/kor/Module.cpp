@@ -117,7 +117,14 @@ void CKorModule::_LinkUpStreamModule(CKorModule* upstream) {
 }
 
 int CKorModule::Receive(CKorPacket* packet) {
-    return m_pDownStream->Receive(packet);
+    if (m_InRecv) {
+        BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
+        return 0;
+    }
+    m_InRecv = 1;
+    const int taken = m_pDownStream->Receive(packet);
+    m_InRecv = 0;
+    return taken;
 }
 
 void CKorModule::Poll() {

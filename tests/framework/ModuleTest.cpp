@@ -62,6 +62,28 @@ TEST(Module, RefusalLeavesTheReferenceWithTheCallerUntilPoll) {
     EXPECT_EQ(sink.Count(), 1);
 }
 
+// Sends whatever it receives back into the module above it: a loop in the chain.
+class CLoopBack : public CKorModule {
+public:
+    CLoopBack() : CKorModule("LoopBack") {}
+    int Receive(CKorPacket* packet) override { return m_pTarget->Receive(packet); }
+    CKorModule* m_pTarget = nullptr;
+};
+
+TEST(Module, ReentryIntoAPassThroughIsAnAssertionAndIsRefused) {
+    CKorModule pass("Pass");
+    CLoopBack loop;
+    loop.m_pTarget = &pass;
+    pass | loop;
+    CBelDiagnosticCapture capture;
+    const long asserts = BelAssertCount();
+    CKorPacket* packet = MakeDataPacket(1);
+    EXPECT_EQ(pass.Receive(packet), 0);
+    EXPECT_EQ(BelAssertCount(), asserts + 1);
+    EXPECT_STREQ(BelLastAssert().m_Text, "!m_InRecv");
+    packet->Release();
+}
+
 TEST(Module, DestroyedModuleUnlinksItsNeighbours) {
     CTestSource source;
     CTestSink sink;
