@@ -31,6 +31,24 @@ void ZorReturnNewComponent(CJokCommandContext* context, CJokComponent* component
     value->Release();
 }
 
+namespace {
+
+bool IsVectorOfStrings(const CJokGenericData* value) {
+    if (value->GetType() != JOKGD_VECTOR) {
+        return false;
+    }
+    const auto* vector = static_cast<const CJokGdVector*>(value);
+    for (int i = 0; i < vector->GetSize(); ++i) {
+        const CJokGenericData* element = vector->GetElement(i);
+        if (!element || element->GetType() != JOKGD_STRING) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
 bool ZorReadPaths(CJokCommandContext* context, const char* creationName, CJokGdVector** paths,
                   bool* proceed) {
     CJokGenericData* value = nullptr;
@@ -47,7 +65,7 @@ bool ZorReadPaths(CJokCommandContext* context, const char* creationName, CJokGdV
         value->Release();
         return true;
     }
-    if (value->GetType() != JOKGD_VECTOR) {
+    if (!IsVectorOfStrings(value)) {
         CBelString message;
         message.Format("%s: paths must be a vector of strings (or null)", creationName);
         context->OutputErrorString(message);

@@ -79,7 +79,7 @@ template <class T> int ZorCreateWithDataPath(CJokCommandContext* context) {
 
 // Reads the optional "paths" parameter of a multi-path factory. Answers false (after the
 // message "<creation name>: paths must be a vector of strings (or null)") when it is neither
-// null nor a vector; otherwise *paths is the vector with one reference, or nullptr.
+// null nor a vector of strings; otherwise *paths is the vector with one reference, or nullptr.
 bool ZorReadPaths(CJokCommandContext* context, const char* creationName, CJokGdVector** paths,
                   bool* proceed);
 

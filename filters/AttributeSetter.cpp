@@ -1,7 +1,7 @@
 #include "filters/AttributeSetter.h"
 
+#include "entry/Registry.h"
 #include "expr/ExpressionEvalOp.h"
-#include "filters/PathList.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/PropertyMap.h"
@@ -24,18 +24,12 @@ void CZorAttrModule::ProcessPacket() {
 
 // ---------------------------------------------------------------------------------------------
 
-CAttrCom::CAttrCom(const std::vector<CBelString>& paths) : CKor2PinComponent("AttributeSetter") {
-    for (const CBelString& path : paths) {
-        CreateContext(path);
-        ConnectPath(path);
-    }
+CAttrCom::CAttrCom(CJokGdVector* paths) : CKor2PinMultiPath("AttributeSetter", paths, "") {
+    JoinPaths();
 }
 
-CKorModule* CAttrCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAttrModule(this));
+CZorAttrModule* CAttrCom::MakeModule(const char*) {
+    return new CZorAttrModule(this);
 }
 
 const CJokPropertyMap<CAttrCom>& CAttrCom::PropertyMap() {
@@ -113,5 +107,5 @@ int CAttrCom::ReleaseAll(CJokCommandContext* context) {
 }
 
 int CreateAttributeSetter(CJokCommandContext* context) {
-    return ZorCreateWithPathNames<CAttrCom>(context, "CreateAttributeSetter");
+    return ZorCreateWithPaths<CAttrCom>(context, "CreateAttributeSetter");
 }

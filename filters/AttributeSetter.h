@@ -11,7 +11,7 @@
 #pragma once
 
 #include "entry/ZorExport.h"
-#include "framework/kor/PinComponent.h"
+#include "framework/kor/MultiPath.h"
 #include "framework/kor/UnbufferedModule.h"
 
 #include <cstdint>
@@ -35,26 +35,28 @@ private:
     bool m_ReportedFull = false;
 };
 
-class CAttrCom final : public CKor2PinComponent {
+class CAttrCom final : public CKor2PinMultiPath<CZorAttrModule> {
 public:
     struct SAttribute {
         std::int32_t m_Type;
         std::int32_t m_Value;
     };
 
-    // Makes one module per path and joins each path.
-    explicit CAttrCom(const std::vector<CBelString>& paths);
+    // Makes one module per path and joins each path. Borrows paths (may be nullptr).
+    explicit CAttrCom(CJokGdVector* paths);
 
     CJokGenericData* GetProperty(const char* name, int flags) override;
     int SetProperty(const char* name, CJokGenericData* value) override;
     CJokPropertyEnum* GetPropertyEnumerator() override;
-    CKorModule* CreateContext(const char* path) override;
-
     const std::vector<SAttribute>& Attributes() const { return m_Attributes; }
 
     int AlterAttribute(CJokCommandContext* context);
     int ReleaseAttribute(CJokCommandContext* context);
     int ReleaseAll(CJokCommandContext* context);
+
+protected:
+    // Every module reads this component's one attribute list.
+    CZorAttrModule* MakeModule(const char* path) override;
 
 private:
     static const CJokPropertyMap<CAttrCom>& PropertyMap();

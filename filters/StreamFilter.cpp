@@ -1,7 +1,7 @@
 #include "filters/StreamFilter.h"
 
+#include "entry/Registry.h"
 #include "expr/ExpressionEvalOp.h"
-#include "filters/PathList.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
@@ -52,22 +52,13 @@ void CZorStreamFilterModule::ProcessPacket() {
 
 // ---------------------------------------------------------------------------------------------
 
-CStreamFilterCom::CStreamFilterCom(const std::vector<CBelString>& paths)
-    : CKor2PinComponent("StreamFilter") {
-    for (const CBelString& path : paths) {
-        CreateContext(path);
-        ConnectPath(path);
-    }
+CStreamFilterCom::CStreamFilterCom(CJokGdVector* paths)
+    : CKor2PinMultiPath("StreamFilter", paths, "") {
+    JoinPaths();
 }
 
-CKorModule* CStreamFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    auto* module = new CZorStreamFilterModule();
-    RememberContext(path, module);
-    m_Modules.push_back(SPathModule{path, module});
-    return module;
+CZorStreamFilterModule* CStreamFilterCom::MakeModule(const char*) {
+    return new CZorStreamFilterModule(GetModuleName());
 }
 
 const CJokPropertyMap<CStreamFilterCom>& CStreamFilterCom::PropertyMap() {
@@ -138,9 +129,9 @@ int CStreamFilterCom::SetStreamFilter(CJokCommandContext* context) {
         return 1;
     }
     bool found = false;
-    for (const SPathModule& entry : m_Modules) {
-        if (path.IsEmpty() || entry.m_Path.CompareNoCase(path) == 0) {
-            entry.m_pModule->SetStreamFilter(ids, include, TruncateToWord(mask));
+    for (const auto& [modulePath, module] : GetModules()) {
+        if (path.IsEmpty() || modulePath.CompareNoCase(path) == 0) {
+            module->SetStreamFilter(ids, include, TruncateToWord(mask));
             found = true;
         }
     }
@@ -160,11 +151,11 @@ int CStreamFilterCom::EnableStreamFilter(CJokCommandContext* context) {
     if (!context->CanProceed(0)) {
         return 1;
     }
-    for (const SPathModule& entry : m_Modules) {
+    for (const auto& [modulePath, module] : GetModules()) {
         if (path.IsEmpty()) {
-            entry.m_pModule->DisableProcessing(!enable);
-        } else if (entry.m_Path.CompareNoCase(path) == 0) {
-            entry.m_pModule->DisableProcessing(!enable);
+            module->DisableProcessing(!enable);
+        } else if (modulePath.CompareNoCase(path) == 0) {
+            module->DisableProcessing(!enable);
             return 1;
         }
     }
@@ -177,5 +168,5 @@ int CStreamFilterCom::EnableStreamFilter(CJokCommandContext* context) {
 }
 
 int CreateStreamFilter(CJokCommandContext* context) {
-    return ZorCreateWithPathNames<CStreamFilterCom>(context, "CreateStreamFilter");
+    return ZorCreateWithPaths<CStreamFilterCom>(context, "CreateStreamFilter");
 }

@@ -13,7 +13,7 @@
 #pragma once
 
 #include "entry/ZorExport.h"
-#include "framework/kor/PinComponent.h"
+#include "framework/kor/MultiPath.h"
 #include "framework/kor/UnbufferedModule.h"
 
 #include <cstdint>
@@ -48,30 +48,22 @@ private:
     std::int32_t m_Resynchronising = 1;
 };
 
-class CStreamFilterCom final : public CKor2PinComponent {
+class CStreamFilterCom final : public CKor2PinMultiPath<CZorStreamFilterModule> {
 public:
-    // Makes one module per path, in order, and joins each path.
-    explicit CStreamFilterCom(const std::vector<CBelString>& paths);
+    // Makes one module per path, in order, and joins each path. Borrows paths (may be nullptr).
+    explicit CStreamFilterCom(CJokGdVector* paths);
 
     CJokGenericData* GetProperty(const char* name, int flags) override;
     int SetProperty(const char* name, CJokGenericData* value) override;
     CJokPropertyEnum* GetPropertyEnumerator() override;
-    // A path the component was not made with gets a module of its own too.
-    CKorModule* CreateContext(const char* path) override;
-
     int SetStreamFilter(CJokCommandContext* context);
     int EnableStreamFilter(CJokCommandContext* context);
 
-    struct SPathModule {
-        CBelString m_Path;
-        CZorStreamFilterModule* m_pModule; // owned by the component's bus
-    };
-    const std::vector<SPathModule>& Modules() const { return m_Modules; }
+protected:
+    CZorStreamFilterModule* MakeModule(const char* path) override;
 
 private:
     static const CJokPropertyMap<CStreamFilterCom>& PropertyMap();
-
-    std::vector<SPathModule> m_Modules;
 };
 
 // "CreateStreamFilter" { paths = { "..." } }.

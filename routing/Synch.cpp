@@ -459,22 +459,5 @@ int CSynchCom::SetMode(CJokCommandContext* context) {
 }
 
 int CreateSynch(CJokCommandContext* context) {
-    CJokGdVector* paths = nullptr;
-    bool proceed = false;
-    if (ZorReadPaths(context, "CreateSynch", &paths, &proceed) && proceed) {
-        bool allStrings = true;
-        for (int i = 0; paths && i < paths->GetSize(); ++i) {
-            const CJokGenericData* element = paths->GetElement(i);
-            allStrings = allStrings && element && element->GetType() == JOKGD_STRING;
-        }
-        if (allStrings) {
-            ZorReturnNewComponent(context, new CSynchCom(paths));
-        } else {
-            context->OutputErrorString("CreateSynch: paths must be a vector of strings (or null)");
-        }
-    }
-    if (paths) {
-        paths->Release();
-    }
-    return 1;
+    return ZorCreateWithPaths<CSynchCom>(context, "CreateSynch");
 }

@@ -52,7 +52,7 @@ public:
 
 protected:
     // A new module for the path; the bus owns it from now on.
-    virtual TModule* MakeModule(const char* /*path*/) { return new TModule(m_ModuleName); }
+    virtual TModule* MakeModule(const char* path) = 0;
 
     void JoinPaths() {
         for (const CBelString& path : m_PathNames) {

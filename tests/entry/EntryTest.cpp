@@ -4,7 +4,9 @@
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/JokDLL.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -146,12 +148,31 @@ public:
 };
 int CPathsCom::s_Made = 0;
 
+// A vector value of strings; a nullptr name leaves that element empty.
+CJokGdVector* MakePaths(std::initializer_list<const char*> names) {
+    CJokGdVector* paths = CJokGdVector::Allocate(static_cast<int>(names.size()));
+    int index = 0;
+    for (const char* name : names) {
+        if (name) {
+            CJokGdString* value = CJokGdString::Allocate(name);
+            paths->SetElement(index, value);
+            value->Release();
+        }
+        ++index;
+    }
+    return paths;
+}
+
 struct PathsCase {
     const char* m_Label;
     CJokGenericData* (*m_Make)();
     bool m_Created;
     int m_Count;
 };
+
+void PrintTo(const PathsCase& c, std::ostream* out) {
+    *out << c.m_Label;
+}
 
 class EntryPaths : public ::testing::TestWithParam<PathsCase> {};
 
@@ -184,13 +205,29 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         PathsCase{"absent", nullptr, true, -1},
         PathsCase{"null", []() -> CJokGenericData* { return CJokGdNull::Allocate(); }, true, -1},
-        PathsCase{"vector", []() -> CJokGenericData* { return CJokGdVector::Allocate(2); }, true,
-                  2},
+        PathsCase{"vector",
+                  []() -> CJokGenericData* {
+                      return MakePaths({"a", "b"});
+                  },
+                  true, 2},
+        PathsCase{"vector with a number",
+                  []() -> CJokGenericData* {
+                      CJokGdVector* paths = MakePaths({"a", nullptr});
+                      CJokGdDouble* number = CJokGdDouble::Allocate(1);
+                      paths->SetElement(1, number);
+                      number->Release();
+                      return paths;
+                  },
+                  false, 0},
         PathsCase{"number", []() -> CJokGenericData* { return CJokGdDouble::Allocate(3); }, false,
                   0},
         PathsCase{"string", []() -> CJokGenericData* { return CJokGdString::Allocate("a"); }, false,
                   0}),
-    [](const auto& info) { return std::string(info.param.m_Label); });
+    [](const auto& info) {
+        std::string name = info.param.m_Label;
+        std::replace(name.begin(), name.end(), ' ', '_');
+        return name;
+    });
 
 TEST(Entry, ComponentNotBuiltReportsItAndReturnsNothing) {
     IJokModule* module = LoadModule();

@@ -2,6 +2,7 @@
 
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
+#include "framework/jok/GenericData.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
 
@@ -18,7 +19,16 @@ using Pairs = std::vector<std::pair<int, int>>;
 
 class AttributeSetter : public ::testing::Test {
 protected:
-    void SetUp() override { m_pCom = new CAttrCom({"attr.a", "attr.b"}); }
+    void SetUp() override {
+        CJokGdVector* paths = CJokGdVector::Allocate(2);
+        for (int i = 0; i < 2; ++i) {
+            CJokGdString* name = CJokGdString::Allocate(i == 0 ? "attr.a" : "attr.b");
+            paths->SetElement(i, name);
+            name->Release();
+        }
+        m_pCom = new CAttrCom(paths);
+        paths->Release();
+    }
     void TearDown() override { m_pCom->Release(); }
 
     void Alter(double type, double value) {

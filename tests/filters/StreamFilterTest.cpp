@@ -132,10 +132,10 @@ TEST_F(StreamFilterCom, SetsAndEnablesByPathWithoutRegardToCase) {
     CStreamFilterCom* com =
         Create(Vector({CJokGdString::Allocate("Video"), CJokGdString::Allocate("audio")}));
     ASSERT_NE(com, nullptr);
-    ASSERT_EQ(com->Modules().size(), 2u);
-    EXPECT_EQ(com->Modules()[0].m_Path, "Video");
-    CZorStreamFilterModule* video = com->Modules()[0].m_pModule;
-    CZorStreamFilterModule* audio = com->Modules()[1].m_pModule;
+    ASSERT_EQ(com->GetModules().size(), 2u);
+    EXPECT_EQ(com->GetModules()[0].first, "Video");
+    CZorStreamFilterModule* video = com->GetModules()[0].second;
+    CZorStreamFilterModule* audio = com->GetModules()[1].second;
 
     CJokCommandContext set;
     set.AddParam("path", "VIDEO");
@@ -165,7 +165,7 @@ TEST_F(StreamFilterCom, SetsAndEnablesByPathWithoutRegardToCase) {
 TEST_F(StreamFilterCom, ReportsBadArguments) {
     CStreamFilterCom* com = Create(Vector({CJokGdString::Allocate("v")}));
     ASSERT_NE(com, nullptr);
-    CZorStreamFilterModule* module = com->Modules()[0].m_pModule;
+    CZorStreamFilterModule* module = com->GetModules()[0].second;
 
     CJokCommandContext notVector;
     notVector.AddParam("filterIDs", 5.0);
@@ -201,7 +201,7 @@ TEST_F(StreamFilterCom, ReportsBadArguments) {
     EXPECT_NE(errors.find(message, first + 1), std::string::npos);
     CStreamFilterCom* none = Create(CJokGdNull::Allocate());
     ASSERT_NE(none, nullptr);
-    EXPECT_TRUE(none->Modules().empty());
+    EXPECT_TRUE(none->GetModules().empty());
     none->Release();
 }
 
