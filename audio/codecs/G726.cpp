@@ -107,24 +107,12 @@ template <int Bits> struct Rate {
         return table;
     }
 
-    // The reconstruction level of the magnitude kQuant picks, so that an encoder has it without
-    // waiting for the code.
-    static constexpr std::array<std::int16_t, 4096> MakeQuantLevelTable() {
-        std::array<std::int16_t, 4096> table{};
-        const auto quant = MakeQuantTable();
-        for (int i = 0; i < 4096; ++i) {
-            table[i] = static_cast<std::int16_t>(Table().dqln[quant[i]]);
-        }
-        return table;
-    }
-
     static constexpr std::array<CodeEntry, kCodes> kCode = MakeCodeTable();
     static constexpr std::array<std::uint8_t, 4096> kQuant = MakeQuantTable();
-    static constexpr std::array<std::int16_t, 4096> kQuantLevel = MakeQuantLevelTable();
 };
 
 // Branch-free: zero magnitudes are common (coefficients after a reset) and unpredictable.
-ZOR_G726_INLINE int BitWidth(int value) {
+ZOR_G726_INLINE constexpr int BitWidth(int value) {
     const auto v = static_cast<unsigned>(value);
     return static_cast<int>(std::bit_width(v | 1u)) - (v == 0 ? 1 : 0);
 }
@@ -148,7 +136,7 @@ ZOR_G726_INLINE int FMult(int an, int srn) {
 }
 
 // FLOATA / FLOATB: magnitude and sign to the 11-bit format.
-ZOR_G726_INLINE int ToFloat(int mag, bool negative) {
+ZOR_G726_INLINE constexpr int ToFloat(int mag, bool negative) {
     const int exp = BitWidth(mag);
     const int mant = ((mag << 6) >> exp) | 32; // zero is mantissa 32 with exponent 0
     return (negative ? 0x400 : 0) | (exp << 6) | mant;
@@ -191,7 +179,7 @@ template <int Bits> ZOR_G726_INLINE int Quantize(int d, int y) {
 }
 
 // ADDA and ANTILOG: the magnitude of a quantised difference from its log level.
-ZOR_G726_INLINE int Antilog(int dqln, int y) {
+ZOR_G726_INLINE constexpr int Antilog(int dqln, int y) {
     const int dql = dqln + (y >> 2);
     const int below = dql >> 31; // a negative log is a zero magnitude
     const int q = dql & ~below;
@@ -202,6 +190,93 @@ ZOR_G726_INLINE int Antilog(int dqln, int y) {
 template <int Bits> ZOR_G726_INLINE int DequantizedMagnitude(int code, int y) {
     return Antilog(Rate<Bits>::kCode[code].dqln, y);
 }
+
+// The encoder's quantiser without LOG: |D| against linear decision magnitudes, one row of them
+// per Y >> 2, with the reconstructed magnitude and its float form beside them. LOG, the lookup
+// and ANTILOG sat one after another on the encoder's longest dependency chain; the row needs
+// only Y, which is ready long before D. LOG is monotonic, so "DL - Y/4 >= level" is
+// "|D| > largest magnitude whose DL is below level + Y/4", and the codes stay identical.
+constexpr int kMinYShort = 544 >> 2; // Y lies in LIMB's [544, 5120]
+constexpr int kMaxYShort = 5120 >> 2;
+
+constexpr int LogMagnitude(int dqm) {
+    const int exp = std::bit_width(static_cast<unsigned>(dqm >> 1));
+    return (exp << 7) + (((dqm << 7) >> exp) & 0x7F);
+}
+
+// The largest magnitude whose log is below a level, -1 when there is none.
+constexpr int LargestBelow(int level) {
+    int lo = -1; // LogMagnitude(lo) < level, or lo is -1
+    int hi = 32767;
+    if (LogMagnitude(hi) < level) {
+        return hi;
+    }
+    while (hi - lo > 1) { // invariant: LogMagnitude(hi) >= level
+        const int mid = (lo + hi) / 2;
+        (LogMagnitude(mid) < level ? lo : hi) = mid;
+    }
+    return lo;
+}
+
+template <int Bits> struct QuantRows {
+    static constexpr int kLevels = Rate<Bits>::Table().levels;
+    static constexpr int kLanes = kLevels <= 8 ? 8 : 16;
+
+    struct alignas(16) Row {
+        std::int16_t below[kLanes]; // per decision level; unused lanes never compare above
+        std::int16_t mag[16];       // DQ magnitude by |I|
+        std::int16_t flt[16];       // the same in the 11-bit float format, sign clear
+    };
+
+    static constexpr std::array<Row, kMaxYShort - kMinYShort + 1> Make() {
+        std::array<Row, kMaxYShort - kMinYShort + 1> rows{};
+        for (int yShort = kMinYShort; yShort <= kMaxYShort; ++yShort) {
+            Row& row = rows[yShort - kMinYShort];
+            for (int k = 0; k < kLanes; ++k) {
+                row.below[k] = static_cast<std::int16_t>(
+                    k < kLevels - 1 ? LargestBelow(Rate<Bits>::Table().decision[k] + yShort)
+                                    : 32767);
+            }
+            for (int m = 0; m < kLevels; ++m) {
+                const int mag = Antilog(Rate<Bits>::Table().dqln[m], yShort << 2);
+                row.mag[m] = static_cast<std::int16_t>(mag);
+                row.flt[m] = static_cast<std::int16_t>(ToFloat(mag, false));
+            }
+        }
+        return rows;
+    }
+
+    static constexpr auto kRows = Make();
+
+    // Any State reaches here, so Y is clamped for memory safety; LIMB keeps real ones inside.
+    static ZOR_G726_INLINE const Row& For(int y) {
+        return kRows[std::min(std::max(y >> 2, kMinYShort), kMaxYShort) - kMinYShort];
+    }
+
+    // |I| for a magnitude of D: the number of decision magnitudes it exceeds.
+    static ZOR_G726_INLINE int Magnitude(const Row& row, int dqm) {
+#if defined(__SSE2__) || defined(_M_X64)
+        if constexpr (kLevels > 4) {
+            // The levels ascend, so the comparison mask is |I| ones from the bottom.
+            const __m128i v = _mm_set1_epi16(static_cast<short>(dqm));
+            const __m128i low =
+                _mm_cmpgt_epi16(v, _mm_load_si128(reinterpret_cast<const __m128i*>(row.below)));
+            __m128i high = _mm_setzero_si128();
+            if constexpr (kLanes == 16) {
+                high = _mm_cmpgt_epi16(
+                    v, _mm_load_si128(reinterpret_cast<const __m128i*>(row.below + 8)));
+            }
+            const auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(low, high)));
+            return std::countr_zero(mask + 1);
+        }
+#endif
+        int m = 0;
+        for (int k = 0; k < kLevels - 1; ++k) {
+            m += dqm > row.below[k] ? 1 : 0;
+        }
+        return m;
+    }
+};
 
 // One sample's worth of results that both kernels need after the prediction.
 struct Step {
@@ -281,7 +356,8 @@ struct ScalarKernel {
         sez = Wrap16(sezi) >> 1;
     }
 
-    template <int Bits> ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag) {
+    template <int Bits>
+    ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag, int dqFloat) {
         const int oldDq[6] = {s.dq[0], s.dq[1], s.dq[2], s.dq[3], s.dq[4], s.dq[5]};
         const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
         const bool dqneg = Rate<Bits>::Negative(code) != 0;
@@ -299,7 +375,7 @@ struct ScalarKernel {
         for (int i = 5; i > 0; --i) {
             s.dq[i] = s.dq[i - 1];
         }
-        s.dq[0] = ToFloat(dqmag, dqneg);
+        s.dq[0] = dqFloat;
         s.sr[1] = s.sr[0];
         s.sr[0] = FloatOfSr(step.sr);
         return step.sr;
@@ -378,7 +454,8 @@ struct VectorKernel {
         sez = Wrap16(sezi) >> 1;
     }
 
-    template <int Bits> ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag) {
+    template <int Bits>
+    ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag, int dqFloat) {
         const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
         const bool dqneg = Rate<Bits>::Negative(code) != 0;
 
@@ -401,7 +478,7 @@ struct VectorKernel {
         // Delay lines: dq moves one lane up across both registers, sr within the upper half.
         const __m128i carried = _mm_srli_si128(hist[0], 12);
         hist[0] =
-            _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(ToFloat(dqmag, dqneg)));
+            _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqFloat));
         const __m128i up = _mm_and_si128(_mm_slli_si128(hist[1], 4), _mm_setr_epi32(0, -1, 0, -1));
         hist[1] =
             _mm_or_si128(_mm_or_si128(carried, up), _mm_setr_epi32(0, 0, FloatOfSr(step.sr), 0));
@@ -422,11 +499,17 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     int sez = 0;
     k.Predict(se, sez);
     const int y = ScaleFactor(k.s);
+    using Q = QuantRows<Bits>;
+    const auto& row = Q::For(y);
     const int d = (sample >> 2) - se;
-    const int code = Quantize<Bits>(d, y);
-    // The level comes with the quantiser's lookup rather than from the code.
-    const int dqmag = Antilog(Rate<Bits>::kQuantLevel[QuantIndex(d, y)], y);
-    k.template Update<Bits>(code, se, sez, y, dqmag);
+    const int m = Q::Magnitude(row, d < 0 ? -d : d);
+    // QUAN's code choice, branch-free as in Quantize.
+    constexpr int kMask = Rate<Bits>::kMask;
+    const int positive = (Bits != 2 && m == 0) ? kMask : m;
+    const int negative = d >> 31;
+    const int code = (positive & ~negative) | ((kMask - m) & negative);
+    const int sign = Rate<Bits>::Negative(code) << 10;
+    k.template Update<Bits>(code, se, sez, y, row.mag[m], row.flt[m] | sign);
     return code;
 }
 
@@ -441,7 +524,9 @@ ZOR_G726_INLINE short Decode(Kernel& k, int code, SampleTrace* trace) {
     int sez = 0;
     k.Predict(se, sez);
     const int y = ScaleFactor(k.s);
-    const int sr = k.template Update<Bits>(code, se, sez, y, DequantizedMagnitude<Bits>(code, y));
+    const int dqmag = DequantizedMagnitude<Bits>(code, y);
+    const int sr = k.template Update<Bits>(code, se, sez, y, dqmag,
+                                           ToFloat(dqmag, Rate<Bits>::Negative(code) != 0));
     if (trace) {
         *trace = {se, y, sr};
     }
