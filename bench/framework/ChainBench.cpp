@@ -4,7 +4,9 @@
 #include "framework/kor/PacketSource.h"
 #include "framework/kor/UnbufferedModule.h"
 
+#include "tests/support/Harness.h"
 #include <atomic>
+
 #include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <memory>
@@ -23,16 +25,6 @@ protected:
     void ProcessPacket() override {}
 };
 
-// Releases what it receives, as a consumer at the end of a chain does.
-class CConsumer : public CKorModule {
-public:
-    CConsumer() : CKorModule("Consumer") {}
-    int Receive(CKorPacket* packet) override {
-        packet->Release();
-        return 1;
-    }
-};
-
 void BM_ChainOfPassThroughModules(benchmark::State& state) {
     const int hops = static_cast<int>(state.range(0));
     std::vector<std::unique_ptr<CPassThrough>> chain;
@@ -43,7 +35,7 @@ void BM_ChainOfPassThroughModules(benchmark::State& state) {
         *last | *chain.back();
         last = chain.back().get();
     }
-    CConsumer consumer;
+    zortest::CConsumingSink consumer;
     *last | consumer;
     // Warm the pool so the loop measures the steady state.
     g_DataPacketSource.NewPacket(256)->Release();
@@ -76,7 +68,7 @@ void BM_PooledPacketThroughChain(benchmark::State& state) {
         *last | *chain.back();
         last = chain.back().get();
     }
-    CConsumer consumer;
+    zortest::CConsumingSink consumer;
     *last | consumer;
     g_DataPacketSource.NewPacket(256)->Release();
     const long allocationsBefore = g_Allocations.load();

@@ -6,30 +6,22 @@
 #include "routing/Joiner.h"
 #include "routing/Splitter.h"
 
+#include "tests/support/Harness.h"
+
 #include <benchmark/benchmark.h>
 #include <memory>
 #include <vector>
 
 namespace {
 
-// Releases what it receives, as a consumer at the end of a chain does.
-class CConsumer : public CKorModule {
-public:
-    CConsumer() : CKorModule("Consumer") {}
-    int Receive(CKorPacket* packet) override {
-        packet->Release();
-        return 1;
-    }
-};
-
 void BM_SplitterToPorts(benchmark::State& state) {
     const int portCount = static_cast<int>(state.range(0));
     CZorSplitter splitter;
     std::vector<CZorSplitterPort*> ports;
-    std::vector<std::unique_ptr<CConsumer>> consumers;
+    std::vector<std::unique_ptr<zortest::CConsumingSink>> consumers;
     for (int i = 0; i < portCount; ++i) {
         ports.push_back(splitter.CreatePort());
-        consumers.push_back(std::make_unique<CConsumer>());
+        consumers.push_back(std::make_unique<zortest::CConsumingSink>());
         *ports.back() | *consumers.back();
     }
     CKorPacket* packet = g_DataPacketSource.NewPacket(256);
@@ -67,7 +59,7 @@ BENCHMARK(BM_ReferenceTrafficOnly)->Arg(1)->Arg(2)->Arg(3);
 void BM_JoinerTwoPortsToOneConsumer(benchmark::State& state) {
     auto* joiner = new CJoinerComp("");
     CJoinerPortComp* ports[2] = {new CJoinerPortComp("", joiner), new CJoinerPortComp("", joiner)};
-    CConsumer consumer;
+    zortest::CConsumingSink consumer;
     *joiner | consumer;
     CKorPacket* packet = g_DataPacketSource.NewPacket(256);
     int turn = 0;

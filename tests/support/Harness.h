@@ -45,6 +45,17 @@ private:
     std::vector<CKorPacket*> m_Packets;
 };
 
+// Releases every packet it takes, as the consumer at the end of a chain does (benchmarks end
+// their chains with it: it keeps nothing, so it costs nothing but the release).
+class CConsumingSink : public CKorModule {
+public:
+    CConsumingSink() : CKorModule("ConsumingSink") {}
+    int Receive(CKorPacket* packet) override {
+        packet->Release();
+        return 1;
+    }
+};
+
 // Packet builders: each answers a new packet with one reference.
 CKorPacket* MakeDataPacket(long timeStamp, int streamNo = 0, int size = 16);
 CKorVideoPacket* MakeVideoPacket(long timeStamp, int frameType, int streamNo = 0);
