@@ -74,22 +74,8 @@ template <int Bits> struct Rate {
 
     // Negative codes count down from all ones, so |I| of code I is I or kMask - I. The top bit
     // is the sign, also for the all-ones positive zero, which decodes as a negative zero.
-    static constexpr int Magnitude(int code) { return code & kSign ? kMask - code : code; }
     static constexpr int Negative(int code) { return (code >> (Bits - 1)) & 1; }
-
-    struct CodeEntry {
-        int dqln;
-        int w;
-        int f;
-    };
-    static constexpr std::array<CodeEntry, kCodes> MakeCodeTable() {
-        std::array<CodeEntry, kCodes> table{};
-        for (int code = 0; code < kCodes; ++code) {
-            const int m = Magnitude(code);
-            table[code] = {Table().dqln[m], Table().w[m], Table().f[m]};
-        }
-        return table;
-    }
+    static constexpr int Magnitude(int code) { return code ^ (kMask & -Negative(code)); }
 
     // Code for a non-negative difference by DLN + 2048. Where the zero magnitude reconstructs to
     // nothing (24, 32, 40 kbit/s) a positive zero is sent as all ones, the same code as a
@@ -107,7 +93,6 @@ template <int Bits> struct Rate {
         return table;
     }
 
-    static constexpr std::array<CodeEntry, kCodes> kCode = MakeCodeTable();
     static constexpr std::array<std::uint8_t, 4096> kQuant = MakeQuantTable();
 };
 
@@ -150,16 +135,6 @@ ZOR_G726_INLINE int Wrap16(int value) {
     return static_cast<std::int16_t>(static_cast<std::uint16_t>(value));
 }
 
-// LIMA and MIX: the quantiser scale factor for this sample.
-ZOR_G726_INLINE int ScaleFactor(const State& s) {
-    const int al = s.ap >= 256 ? 64 : s.ap >> 2;
-    const int ylShort = s.yl >> 6;
-    const int dif = s.yu - ylShort;
-    const int sign = dif >> 31; // the product's magnitude is truncated, not its value
-    const int prod = ((((dif ^ sign) - sign) * al) >> 6 ^ sign) - sign;
-    return ylShort + prod;
-}
-
 // LOG and SUBTB: the quantiser's table index for a difference signal.
 ZOR_G726_INLINE int QuantIndex(int d, int y) {
     const int dqm = d < 0 ? -d : d;
@@ -185,10 +160,6 @@ ZOR_G726_INLINE constexpr int Antilog(int dqln, int y) {
     const int q = dql & ~below;
     const int dqt = 128 + (q & 127);
     return ((dqt << 7) >> (14 - (q >> 7))) & ~below;
-}
-
-template <int Bits> ZOR_G726_INLINE int DequantizedMagnitude(int code, int y) {
-    return Antilog(Rate<Bits>::kCode[code].dqln, y);
 }
 
 // The encoder's quantiser without LOG: |D| against linear decision magnitudes, one row of them
@@ -278,72 +249,128 @@ template <int Bits> struct QuantRows {
     }
 };
 
-// One sample's worth of results that both kernels need after the prediction.
-struct Step {
-    int sr;  // reconstructed signal, 16 bits
-    bool tr; // transition detected: the predictor restarts
-};
+// ITU-T G.726 constants of the adaptation (TONE, LIMB, TRIGA).
+constexpr int kToneA2 = -11776;     // A2 below this is a tone
+constexpr int kMinYu = 544;         // LIMB
+constexpr int kMaxYu = 5120;        // LIMB
+constexpr int kTransitionAp = 256;  // TRIGA: AP after a transition
 
 // Everything of the update except the six zero-section taps and the history delay lines, which
 // the two kernels keep in different forms: reconstruction (ADDB, ADDC), TRANS, the scale factor
 // (FILTD, LIMB, FILTE), the pole coefficients (UPA2, LIMC, UPA1, LIMD, TRIGB), TONE and the speed
-// control (FILTA, FILTB, SUBTC, FILTC, TRIGA). Each reads the previous value of what it updates.
-template <int Bits>
-ZOR_G726_INLINE Step UpdateScalars(State& s, int code, int se, int sez, int y, int dqmag) {
-    const auto& entry = Rate<Bits>::kCode[code];
-    const int negative = Rate<Bits>::Negative(code);
-    const int dqi = (dqmag ^ -negative) + negative;
-    const int sr = Wrap16(se + dqi);
-    const int dqsez = Wrap16(sez + dqi);
-    const int pk0 = dqsez < 0 ? 1 : 0;
-    const bool sigpk = dqsez == 0;
+// control (FILTA, FILTB, SUBTC, FILTC, TRIGA). Plain scalars, so that a block loop keeps them in
+// registers instead of in a State record.
+struct Adapter {
+    int yl;
+    int yu;
+    int dms;
+    int dml;
+    int ap;
+    int a1;
+    int a2;
+    int pk;  // signs of DQ + SEZ: bit 0 the last sample's, bit 1 the one before
+    bool td;
 
-    const int ylint = s.yl >> 15;
-    const int ylfrac = (s.yl >> 10) & 31;
-    const int thr1 = (32 + ylfrac) << ylint;
-    const int thr2 = ylint > 9 ? 31 << 10 : thr1;
-    const int dqthr = (thr2 + (thr2 >> 1)) >> 1;
-    const bool tr = (s.td != 0) & (dqmag > dqthr);
+    explicit Adapter(const State& s)
+        : yl(s.yl), yu(s.yu), dms(s.dms), dml(s.dml), ap(s.ap), a1(s.a[0]), a2(s.a[1]),
+          pk((s.pk[0] & 1) | (s.pk[1] & 1) << 1), td(s.td != 0) {}
 
-    int yu = y + ((entry.w - y) >> 5);
-    yu = yu < 544 ? 544 : (yu > 5120 ? 5120 : yu);
-    s.yu = yu;
-    s.yl += yu + ((-s.yl) >> 6);
+    void Store(State& s) const {
+        s.yl = yl;
+        s.yu = yu;
+        s.dms = dms;
+        s.dml = dml;
+        s.ap = ap;
+        s.a[0] = a1;
+        s.a[1] = a2;
+        s.pk[0] = pk & 1;
+        s.pk[1] = pk >> 1;
+        s.td = td ? 1 : 0;
+    }
 
-    // UPA2, LIMC, UPA1, LIMD and TRIGB without branches: the signs of successive DQ + SEZ
-    // agree or not at random, and transitions come in bursts on some signals.
-    const int pks1 = pk0 ^ s.pk[0];
-    const int pks2 = pk0 ^ s.pk[1];
-    const int live = sigpk ? 0 : -1;                    // no gradient terms when DQ + SEZ is zero
-    const int fa1 = (s.a[0] ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ, else -A1
-    // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255).
-    const int uga2 = (std::min(std::max(fa1, -8191), 8191) >> 5) + 128 - 256 * pks2;
-    int a2p = s.a[1] - (s.a[1] >> 7) + (uga2 & live);
-    a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
-    int a1p = s.a[0] - (s.a[0] >> 8) + ((192 - 384 * pks1) & live);
-    const int a1ul = 15360 - a2p;
-    a1p = a1p < -a1ul ? -a1ul : (a1p > a1ul ? a1ul : a1p);
-    const int keep = tr ? 0 : -1;
-    const int transition = ~keep;
-    s.a[0] = a1p & keep;
-    s.a[1] = a2p & keep;
-    s.pk[1] = s.pk[0];
-    s.pk[0] = pk0;
+    // LIMA and MIX: the quantiser scale factor for this sample.
+    ZOR_G726_INLINE int ScaleFactor() const {
+        const int al = ap >= 256 ? 64 : ap >> 2;
+        const int ylShort = yl >> 6;
+        const int dif = yu - ylShort;
+        const int sign = dif >> 31; // the product's magnitude is truncated, not its value
+        const int prod = ((((dif ^ sign) - sign) * al) >> 6 ^ sign) - sign;
+        return ylShort + prod;
+    }
 
-    s.td = (!tr & (a2p < -11776)) ? 1 : 0;
-    s.dms += (entry.f - s.dms) >> 5;
-    s.dml += ((entry.f << 2) - s.dml) >> 7;
-    const int diff = (s.dms << 2) - s.dml;
-    const bool fast = (y < 1536) | (s.td != 0) | ((diff < 0 ? -diff : diff) >= (s.dml >> 3));
-    const int app = s.ap + (((fast ? 512 : 0) - s.ap) >> 4);
-    s.ap = app + ((256 - app) & transition);
-    return {sr, tr};
-}
+    // TRANS's threshold on |DQ|, from the slow scale factor.
+    int TransitionThreshold() const {
+        const int ylint = yl >> 15;
+        const int ylfrac = (yl >> 10) & 31;
+        const int thr = ylint > 9 ? 31 << 10 : (32 + ylfrac) << ylint;
+        return (thr + (thr >> 1)) >> 1;
+    }
+
+    // TRANS, before the update: whether this sample ends a tone, restarting the predictor.
+    // Only a detected tone can end, and tones are rare: the threshold waits behind a branch that
+    // speech predicts well.
+    ZOR_G726_INLINE bool Transition(int dqmag) const {
+        if (td) [[unlikely]] {
+            return dqmag > TransitionThreshold();
+        }
+        return false;
+    }
+
+    // TRIGB and TRIGA, after the update of a sample that was a transition.
+    void Restart() {
+        a1 = 0;
+        a2 = 0;
+        td = false;
+        ap = kTransitionAp;
+    }
+
+    // m is |I|, negative the sign of the code, dqmag the magnitude of DQ. Returns SR, 16 bits.
+    template <int Bits>
+    ZOR_G726_INLINE int Update(int m, int negative, int se, int sez, int y, int dqmag) {
+        const RateTable& table = Rate<Bits>::Table();
+        const int dqi = (dqmag ^ -negative) + negative;
+        const int sr = Wrap16(se + dqi);
+        const int dqsez = Wrap16(sez + dqi);
+        const int pk0 = dqsez < 0 ? 1 : 0;
+
+        int yuNext = y + ((table.w[m] - y) >> 5);
+        yuNext = yuNext < kMinYu ? kMinYu : (yuNext > kMaxYu ? kMaxYu : yuNext);
+        yu = yuNext;
+        yl += yuNext + ((-yl) >> 6);
+
+        // UPA2, LIMC, UPA1 and LIMD without branches: the signs of successive DQ + SEZ agree or
+        // not at random.
+        const int pks1 = pk0 ^ (pk & 1);
+        const int pks2 = pk0 ^ (pk >> 1);
+        pk = pk0 | (pk & 1) << 1;
+        const int live = dqsez == 0 ? 0 : -1;          // no gradient terms when DQ + SEZ is zero
+        const int fa1 = (a1 ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ, else -A1
+        // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255).
+        const int uga2 = (std::min(std::max(fa1, -8191), 8191) >> 5) + 128 - 256 * pks2;
+        int a2p = a2 - (a2 >> 7) + (uga2 & live);
+        a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
+        int a1p = a1 - (a1 >> 8) + ((192 - 384 * pks1) & live);
+        const int a1ul = 15360 - a2p;
+        a1 = a1p < -a1ul ? -a1ul : (a1p > a1ul ? a1ul : a1p);
+        a2 = a2p;
+        td = a2p < kToneA2;
+
+        const int f = table.f[m];
+        dms += (f - dms) >> 5;
+        dml += ((f << 2) - dml) >> 7;
+        const int diff = (dms << 2) - dml;
+        const bool fast = (y < 1536) | td | ((diff < 0 ? -diff : diff) >= (dml >> 3));
+        ap += ((fast ? 512 : 0) - ap) >> 4;
+        return sr;
+    }
+};
 
 // The reference kernel: the Recommendation's blocks one by one on the state record. Used for
 // single samples, and for blocks where no vector kernel exists.
 struct ScalarKernel {
     State& s;
+
+    int ScaleFactor() const { return Adapter(s).ScaleFactor(); }
 
     ZOR_G726_INLINE void Predict(int& se, int& sez) const {
         int sezi = 0;
@@ -357,18 +384,23 @@ struct ScalarKernel {
     }
 
     template <int Bits>
-    ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag, int dqFloat) {
-        const int oldDq[6] = {s.dq[0], s.dq[1], s.dq[2], s.dq[3], s.dq[4], s.dq[5]};
-        const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
-        const bool dqneg = Rate<Bits>::Negative(code) != 0;
+    ZOR_G726_INLINE int Update(int m, int negative, int se, int sez, int y, int dqmag,
+                               int dqFloat) {
+        Adapter adapter(s);
+        const bool tr = adapter.Transition(dqmag);
+        const int sr = adapter.Update<Bits>(m, negative, se, sez, y, dqmag);
+        if (tr) {
+            adapter.Restart();
+        }
+        adapter.Store(s);
         // UPB (the leak is smaller at 40 kbit/s; coefficients wrap at 16 bits) and TRIGB.
         constexpr int leak = Bits == 5 ? 9 : 8;
         const int gain = dqmag == 0 ? 0 : 128;
         ZOR_G726_UNROLL
         for (int i = 0; i < 6; ++i) {
-            const bool same = dqneg == (((oldDq[i] >> 10) & 1) != 0);
+            const bool same = negative == ((s.dq[i] >> 10) & 1);
             const int bn = Wrap16(s.b[i] - (s.b[i] >> leak) + (same ? gain : -gain));
-            s.b[i] = step.tr ? 0 : bn;
+            s.b[i] = tr ? 0 : bn;
         }
         // FLOATA, FLOATB and the delay lines. SR of -32768 reads as a negative zero.
         ZOR_G726_UNROLL
@@ -377,29 +409,31 @@ struct ScalarKernel {
         }
         s.dq[0] = dqFloat;
         s.sr[1] = s.sr[0];
-        s.sr[0] = FloatOfSr(step.sr);
-        return step.sr;
+        s.sr[0] = FloatOfSr(sr);
+        return sr;
     }
 };
 
 #if defined(__SSE2__) || defined(_M_X64)
 // The vector kernel keeps the eight predictor taps in two registers of four 32-bit lanes,
-// coefficients [b1 b2 b3 b4 | b5 b6 a1 a2] against history [dq1 dq2 dq3 dq4 | dq5 dq6 sr1 sr2],
+// coefficients [b1 b2 b3 b4 | a1 a2 b5 b6] against history [dq1 dq2 dq3 dq4 | sr1 sr2 dq5 dq6],
 // and runs FMULT on all of them at once. SSE2 has no per-lane bit scan or variable shift, so
 // both go through exact float conversions: an integer below 2^24 converts exactly, its float
 // exponent is the bit width and its top fraction bits are the mantissa; a power-of-two scaling
 // is an integer add to the exponent field, and truncation back to an integer is the right shift.
+// The scalar state lives in an Adapter of locals; the State is read once and written once.
 struct VectorKernel {
     State& out;
-    State s; // by value, so the compiler can keep it in registers
+    Adapter ad;
     __m128i coef[2];
     __m128i hist[2];
 
-    explicit VectorKernel(State& state) : out(state), s(state) {
+    explicit VectorKernel(State& state) : out(state), ad(state) {
+        const State& s = state;
         coef[0] = _mm_setr_epi32(s.b[0], s.b[1], s.b[2], s.b[3]);
-        coef[1] = _mm_setr_epi32(s.b[4], s.b[5], s.a[0], s.a[1]);
+        coef[1] = _mm_setr_epi32(s.a[0], s.a[1], s.b[4], s.b[5]);
         hist[0] = _mm_setr_epi32(s.dq[0], s.dq[1], s.dq[2], s.dq[3]);
-        hist[1] = _mm_setr_epi32(s.dq[4], s.dq[5], s.sr[0], s.sr[1]);
+        hist[1] = _mm_setr_epi32(s.sr[0], s.sr[1], s.dq[4], s.dq[5]);
     }
 
     void Store() {
@@ -409,13 +443,25 @@ struct VectorKernel {
         _mm_store_si128(reinterpret_cast<__m128i*>(c + 4), coef[1]);
         _mm_store_si128(reinterpret_cast<__m128i*>(h), hist[0]);
         _mm_store_si128(reinterpret_cast<__m128i*>(h + 4), hist[1]);
-        for (int i = 0; i < 6; ++i) {
+        State& s = out;
+        ad.Store(s);
+        for (int i = 0; i < 4; ++i) {
             s.b[i] = c[i];
             s.dq[i] = h[i];
         }
-        s.sr[0] = h[6];
-        s.sr[1] = h[7];
-        out = s;
+        s.b[4] = c[6];
+        s.b[5] = c[7];
+        s.dq[4] = h[6];
+        s.dq[5] = h[7];
+        s.sr[0] = h[4];
+        s.sr[1] = h[5];
+    }
+
+    int ScaleFactor() const { return ad.ScaleFactor(); }
+
+    // The sign of each history lane as a mask.
+    static ZOR_G726_INLINE __m128i HistorySign(__m128i history) {
+        return _mm_srai_epi32(_mm_slli_epi32(history, 21), 31);
     }
 
     static ZOR_G726_INLINE __m128i FMult4(__m128i coefficient, __m128i history) {
@@ -438,51 +484,59 @@ struct VectorKernel {
         const __m128 scaled = _mm_castsi128_ps(
             _mm_add_epi32(_mm_castps_si128(_mm_cvtepi32_ps(wanmant)), _mm_slli_epi32(shift, 23)));
         const __m128i mag = _mm_and_si128(_mm_cvttps_epi32(scaled), _mm_set1_epi32(0x7FFF));
-        const __m128i sign = _mm_xor_si128(anSign, _mm_srai_epi32(_mm_slli_epi32(history, 21), 31));
+        const __m128i sign = _mm_xor_si128(anSign, HistorySign(history));
         return _mm_sub_epi32(_mm_xor_si128(mag, sign), sign);
     }
 
     ZOR_G726_INLINE void Predict(int& se, int& sez) const {
-        const __m128i lo = FMult4(coef[0], hist[0]);
-        const __m128i hi = FMult4(coef[1], hist[1]);
-        __m128i zeros = _mm_add_epi32(lo, _mm_shuffle_epi32(lo, _MM_SHUFFLE(1, 0, 3, 2)));
-        zeros = _mm_add_epi32(zeros, _mm_shuffle_epi32(zeros, _MM_SHUFFLE(2, 3, 0, 1)));
-        const __m128i pairs = _mm_add_epi32(hi, _mm_shuffle_epi32(hi, _MM_SHUFFLE(2, 3, 0, 1)));
-        const int sezi = _mm_cvtsi128_si32(zeros) + _mm_cvtsi128_si32(pairs);
-        const int sei = sezi + _mm_cvtsi128_si32(_mm_unpackhi_epi64(pairs, pairs));
+        const __m128i zeros = FMult4(coef[0], hist[0]);
+        const __m128i mixed = FMult4(coef[1], hist[1]); // poles in lanes 0-1, zeros in 2-3
+        __m128i sum = _mm_add_epi32(zeros, _mm_unpackhi_epi64(mixed, _mm_setzero_si128()));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
+        const __m128i poles = _mm_add_epi32(mixed, _mm_shuffle_epi32(mixed, _MM_SHUFFLE(2, 3, 0, 1)));
+        const int sezi = _mm_cvtsi128_si32(sum);
+        const int sei = sezi + _mm_cvtsi128_si32(poles);
         se = Wrap16(sei) >> 1;
         sez = Wrap16(sezi) >> 1;
     }
 
     template <int Bits>
-    ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dqmag, int dqFloat) {
-        const Step step = UpdateScalars<Bits>(s, code, se, sez, y, dqmag);
-        const bool dqneg = Rate<Bits>::Negative(code) != 0;
+    ZOR_G726_INLINE int Update(int m, int negative, int se, int sez, int y, int dqmag,
+                               int dqFloat) {
+        const bool tr = ad.Transition(dqmag);
+        const int sr = ad.Update<Bits>(m, negative, se, sez, y, dqmag);
 
-        // UPB and TRIGB on the six zero-section lanes; the pole lanes take the scalar results.
+        // UPB on the zero-section lanes: the gain takes the sign of DQ, flipped per lane where
+        // the history value is negative. The pole lanes are replaced below.
         constexpr int leak = Bits == 5 ? 9 : 8;
-        const __m128i negative = _mm_set1_epi32(dqneg ? -1 : 0);
-        const __m128i gain = _mm_set1_epi32(dqmag == 0 ? 0 : 128);
-        const __m128i keep = _mm_set1_epi32(step.tr ? 0 : -1);
+        const int gain = (dqmag != 0 ? 128 : 0) * (1 - 2 * negative); // no branch: signs are random
+        const __m128i g = _mm_set1_epi32(gain);
         for (int r = 0; r < 2; ++r) {
-            const __m128i differ =
-                _mm_xor_si128(negative, _mm_srai_epi32(_mm_slli_epi32(hist[r], 21), 31));
-            const __m128i g = _mm_sub_epi32(_mm_xor_si128(gain, differ), differ);
-            __m128i bn = _mm_add_epi32(_mm_sub_epi32(coef[r], _mm_srai_epi32(coef[r], leak)), g);
-            bn = _mm_srai_epi32(_mm_slli_epi32(bn, 16), 16);
-            coef[r] = _mm_and_si128(bn, keep);
+            const __m128i differ = HistorySign(hist[r]);
+            const __m128i delta = _mm_sub_epi32(_mm_xor_si128(g, differ), differ);
+            const __m128i bn =
+                _mm_add_epi32(_mm_sub_epi32(coef[r], _mm_srai_epi32(coef[r], leak)), delta);
+            coef[r] = _mm_srai_epi32(_mm_slli_epi32(bn, 16), 16);
         }
-        coef[1] = _mm_or_si128(_mm_and_si128(coef[1], _mm_setr_epi32(-1, -1, 0, 0)),
-                               _mm_setr_epi32(0, 0, s.a[0], s.a[1]));
+        const __m128i poles = _mm_unpacklo_epi32(_mm_cvtsi32_si128(ad.a1), _mm_cvtsi32_si128(ad.a2));
+        coef[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(poles),
+                                                  _mm_castsi128_ps(coef[1]), _MM_SHUFFLE(3, 2, 1, 0)));
+        if (tr) [[unlikely]] {
+            ad.Restart();
+            coef[0] = _mm_setzero_si128();
+            coef[1] = _mm_setzero_si128();
+        }
 
-        // Delay lines: dq moves one lane up across both registers, sr within the upper half.
-        const __m128i carried = _mm_srli_si128(hist[0], 12);
-        hist[0] =
-            _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqFloat));
-        const __m128i up = _mm_and_si128(_mm_slli_si128(hist[1], 4), _mm_setr_epi32(0, -1, 0, -1));
-        hist[1] =
-            _mm_or_si128(_mm_or_si128(carried, up), _mm_setr_epi32(0, 0, FloatOfSr(step.sr), 0));
-        return step.sr;
+        // Delay lines: dq moves one lane up, from lane 3 of the first register to lane 2 of
+        // the second; sr moves within lanes 0-1.
+        const __m128i crossing = _mm_unpackhi_epi32(hist[0], hist[1]); // [dq3 dq5 dq4 dq6]
+        hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqFloat));
+        const __m128i srs =
+            _mm_or_si128(_mm_slli_si128(hist[1], 4), _mm_cvtsi32_si128(FloatOfSr(sr)));
+        hist[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(srs), _mm_castsi128_ps(crossing),
+                                                  _MM_SHUFFLE(1, 2, 1, 0)));
+        return sr;
     }
 };
 
@@ -498,7 +552,7 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     int se = 0;
     int sez = 0;
     k.Predict(se, sez);
-    const int y = ScaleFactor(k.s);
+    const int y = k.ScaleFactor();
     using Q = QuantRows<Bits>;
     const auto& row = Q::For(y);
     const int d = (sample >> 2) - se;
@@ -508,8 +562,8 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     const int positive = (Bits != 2 && m == 0) ? kMask : m;
     const int negative = d >> 31;
     const int code = (positive & ~negative) | ((kMask - m) & negative);
-    const int sign = Rate<Bits>::Negative(code) << 10;
-    k.template Update<Bits>(code, se, sez, y, row.mag[m], row.flt[m] | sign);
+    const int sign = Rate<Bits>::Negative(code);
+    k.template Update<Bits>(m, sign, se, sez, y, row.mag[m], row.flt[m] | sign << 10);
     return code;
 }
 
@@ -523,10 +577,13 @@ ZOR_G726_INLINE short Decode(Kernel& k, int code, SampleTrace* trace) {
     int se = 0;
     int sez = 0;
     k.Predict(se, sez);
-    const int y = ScaleFactor(k.s);
-    const int dqmag = DequantizedMagnitude<Bits>(code, y);
-    const int sr = k.template Update<Bits>(code, se, sez, y, dqmag,
-                                           ToFloat(dqmag, Rate<Bits>::Negative(code) != 0));
+    const int y = k.ScaleFactor();
+    // The encoder's rows hold DQ for each |I| and Y, in both forms: no ANTILOG or FLOATA here.
+    const auto& row = QuantRows<Bits>::For(y);
+    const int negative = Rate<Bits>::Negative(code);
+    const int m = Rate<Bits>::Magnitude(code);
+    const int sr = k.template Update<Bits>(m, negative, se, sez, y, row.mag[m],
+                                           row.flt[m] | negative << 10);
     if (trace) {
         *trace = {se, y, sr};
     }
