@@ -193,10 +193,11 @@ template <int Bits> struct QuantRows {
     static constexpr int kLevels = Rate<Bits>::Table().levels;
     static constexpr int kLanes = kLevels <= 8 ? 8 : 16;
 
-    struct alignas(16) Row {
+    // A power-of-two size, so that finding the row is a shift.
+    struct alignas(kLanes == 8 ? 64 : 128) Row {
         std::int16_t below[kLanes]; // per decision level; unused lanes never compare above
-        std::int16_t mag[16];       // DQ magnitude by |I|
-        std::int16_t flt[16];       // the same in the 11-bit float format, sign clear
+        std::int16_t mag[kLanes];   // DQ magnitude by |I|
+        std::int16_t flt[kLanes];   // the same in the 11-bit float format, sign clear
     };
 
     static constexpr std::array<Row, kMaxYShort - kMinYShort + 1> Make() {
@@ -238,7 +239,7 @@ template <int Bits> struct QuantRows {
                     v, _mm_load_si128(reinterpret_cast<const __m128i*>(row.below + 8)));
             }
             const auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(low, high)));
-            return std::countr_zero(mask + 1);
+            return std::countr_zero((mask + 1) | (1u << 16)); // the bit above tells it is never 0
         }
 #endif
         int m = 0;
@@ -557,12 +558,11 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     const auto& row = Q::For(y);
     const int d = (sample >> 2) - se;
     const int m = Q::Magnitude(row, d < 0 ? -d : d);
-    // QUAN's code choice, branch-free as in Quantize.
-    constexpr int kMask = Rate<Bits>::kMask;
-    const int positive = (Bits != 2 && m == 0) ? kMask : m;
-    const int negative = d >> 31;
-    const int code = (positive & ~negative) | ((kMask - m) & negative);
-    const int sign = Rate<Bits>::Negative(code);
+    // QUAN's code choice without branches (the sign of D is a coin flip): negative codes count
+    // down from all ones, and so does the positive zero where it has no level of its own.
+    const int flip = (d >> 31) | (Bits != 2 ? (m - 1) >> 31 : 0);
+    const int code = m ^ (Rate<Bits>::kMask & flip);
+    const int sign = flip & 1;
     k.template Update<Bits>(m, sign, se, sez, y, row.mag[m], row.flt[m] | sign << 10);
     return code;
 }
