@@ -77,6 +77,29 @@ template <int Bits> struct Rate {
     static constexpr int Negative(int code) { return (code >> (Bits - 1)) & 1; }
     static constexpr int Magnitude(int code) { return code ^ (kMask & -Negative(code)); }
 
+    // The adaptation's per-magnitude values by code, so that neither coder splits a code into
+    // sign and magnitude per sample.
+    static constexpr std::array<int, kCodes> ByCode(const int (&byMagnitude)[16]) {
+        std::array<int, kCodes> values{};
+        for (int code = 0; code < kCodes; ++code) {
+            values[code] = byMagnitude[Magnitude(code)];
+        }
+        return values;
+    }
+    static constexpr std::array<int, kCodes> kW = ByCode(Table().w);
+    static constexpr std::array<int, kCodes> kF = ByCode(Table().f);
+
+    // UPB's gain: the sign of DQ, none where DQ is zero (the zero magnitude without a level).
+    static constexpr std::array<int, kCodes> MakeGain() {
+        std::array<int, kCodes> gain{};
+        for (int code = 0; code < kCodes; ++code) {
+            const bool zero = Table().dqln[Magnitude(code)] == -2048;
+            gain[code] = zero ? 0 : (Negative(code) ? -128 : 128);
+        }
+        return gain;
+    }
+    static constexpr std::array<int, kCodes> kGain = MakeGain();
+
     // Code for a non-negative difference by DLN + 2048. Where the zero magnitude reconstructs to
     // nothing (24, 32, 40 kbit/s) a positive zero is sent as all ones, the same code as a
     // negative zero; at 16 kbit/s both magnitudes are real levels and code 0 is used.
@@ -97,9 +120,10 @@ template <int Bits> struct Rate {
 };
 
 // Branch-free: zero magnitudes are common (coefficients after a reset) and unpredictable.
+// 2v + 1 is one bit wider than v, zero included, so its top bit's index is v's width (one bit
+// scan); values here are well below 2^31.
 ZOR_G726_INLINE constexpr int BitWidth(int value) {
-    const auto v = static_cast<unsigned>(value);
-    return static_cast<int>(std::bit_width(v | 1u)) - (v == 0 ? 1 : 0);
+    return static_cast<int>(std::bit_width(2 * static_cast<unsigned>(value) + 1u)) - 1;
 }
 
 // FMULT: coefficient (already >> 2, 14-bit two's complement) times an 11-bit float history value,
@@ -129,6 +153,32 @@ ZOR_G726_INLINE constexpr int ToFloat(int mag, bool negative) {
 
 ZOR_G726_INLINE int FloatOfSr(int sr) {
     return ToFloat(sr < 0 ? (-sr) & 0x7FFF : sr, sr < 0);
+}
+
+// The same value with its fields spread out for the vector kernel, which would otherwise take
+// them apart in every multiply of the six samples a value stays in the history: mantissa in
+// bits 0-5 (bits 6-15 clear, so a 16-bit multiply sees it alone), exponent in bits 23-26 (where
+// it adds to a float's exponent), sign in bit 31 (an arithmetic shift makes the mask).
+constexpr int kSpreadExpShift = 23;
+constexpr int kSpreadExpMask = 15 << kSpreadExpShift;
+
+ZOR_G726_INLINE constexpr int SpreadOfMagnitude(int mag) {
+    const int exp = BitWidth(mag);
+    return (exp << kSpreadExpShift) | ((mag << 6) >> exp) | 32;
+}
+
+ZOR_G726_INLINE int SpreadOfSr(int sr) {
+    const int negative = sr >> 31;
+    return SpreadOfMagnitude(sr < 0 ? (-sr) & 0x7FFF : sr) | (negative & INT32_MIN);
+}
+
+ZOR_G726_INLINE constexpr int Spread(int packed) {
+    return (packed & 63) | ((packed >> 6) & 15) << kSpreadExpShift | (-((packed >> 10) & 1) & INT32_MIN);
+}
+
+ZOR_G726_INLINE constexpr int Packed(int spread) {
+    return (spread & 63) | ((spread & kSpreadExpMask) >> (kSpreadExpShift - 6)) |
+           ((spread >> 31) & 0x400);
 }
 
 ZOR_G726_INLINE int Wrap16(int value) {
@@ -192,13 +242,16 @@ constexpr int LargestBelow(int level) {
 template <int Bits> struct QuantRows {
     static constexpr int kLevels = Rate<Bits>::Table().levels;
     static constexpr int kLanes = kLevels <= 8 ? 8 : 16;
+    static constexpr int kCodes = Rate<Bits>::kCodes;
+    static constexpr std::size_t kRowBytes = std::bit_ceil(kLanes * 2u + kCodes * 6u);
 
     // A power-of-two size, so that finding the row is a shift.
-    struct alignas(kLanes == 8 ? 64 : 128) Row {
-        std::int16_t below[kLanes]; // per decision level; unused lanes never compare above
-        std::int16_t mag[kLanes];   // DQ magnitude by |I|
-        std::int16_t flt[kLanes];   // the same in the 11-bit float format, sign clear
+    struct alignas(kRowBytes) Row {
+        std::int16_t below[kLanes];  // per decision level; unused lanes never compare above
+        std::int16_t dq[kCodes];     // DQ by code, signed (a negative zero is 0)
+        std::int32_t spread[kCodes]; // the same as a spread float (see Spread), sign included
     };
+    static_assert(sizeof(Row) == kRowBytes);
 
     static constexpr std::array<Row, kMaxYShort - kMinYShort + 1> Make() {
         std::array<Row, kMaxYShort - kMinYShort + 1> rows{};
@@ -209,10 +262,15 @@ template <int Bits> struct QuantRows {
                     k < kLevels - 1 ? LargestBelow(Rate<Bits>::Table().decision[k] + yShort)
                                     : 32767);
             }
-            for (int m = 0; m < kLevels; ++m) {
+            for (int code = 0; code < kCodes; ++code) {
+                const int m = Rate<Bits>::Magnitude(code);
+                const bool negative = Rate<Bits>::Negative(code) != 0;
                 const int mag = Antilog(Rate<Bits>::Table().dqln[m], yShort << 2);
-                row.mag[m] = static_cast<std::int16_t>(mag);
-                row.flt[m] = static_cast<std::int16_t>(ToFloat(mag, false));
+                if ((mag == 0) != (Rate<Bits>::kGain[code] == 0)) {
+                    throw "UPB's gain must vanish exactly where DQ does";
+                }
+                row.dq[code] = static_cast<std::int16_t>(negative ? -mag : mag);
+                row.spread[code] = SpreadOfMagnitude(mag) | (negative ? INT32_MIN : 0);
             }
         }
         return rows;
@@ -269,12 +327,14 @@ struct Adapter {
     int ap;
     int a1;
     int a2;
-    int pk;  // signs of DQ + SEZ: bit 0 the last sample's, bit 1 the one before
-    bool td;
+    int pk1; // sign of DQ + SEZ as a mask (-1 negative), last sample's
+    int pk2; // and the one before
+    // TD is not kept: it is "A2 below the tone threshold" after every update and clear after a
+    // reset, where A2 is 0, so A2 tells it.
 
     explicit Adapter(const State& s)
         : yl(s.yl), yu(s.yu), dms(s.dms), dml(s.dml), ap(s.ap), a1(s.a[0]), a2(s.a[1]),
-          pk((s.pk[0] & 1) | (s.pk[1] & 1) << 1), td(s.td != 0) {}
+          pk1(-(s.pk[0] & 1)), pk2(-(s.pk[1] & 1)) {}
 
     void Store(State& s) const {
         s.yl = yl;
@@ -284,9 +344,9 @@ struct Adapter {
         s.ap = ap;
         s.a[0] = a1;
         s.a[1] = a2;
-        s.pk[0] = pk & 1;
-        s.pk[1] = pk >> 1;
-        s.td = td ? 1 : 0;
+        s.pk[0] = pk1 & 1;
+        s.pk[1] = pk2 & 1;
+        s.td = Tone() ? 1 : 0;
     }
 
     // LIMA and MIX: the quantiser scale factor for this sample.
@@ -294,8 +354,8 @@ struct Adapter {
         const int al = ap >= 256 ? 64 : ap >> 2;
         const int ylShort = yl >> 6;
         const int dif = yu - ylShort;
-        const int sign = dif >> 31; // the product's magnitude is truncated, not its value
-        const int prod = ((((dif ^ sign) - sign) * al) >> 6 ^ sign) - sign;
+        // The product's magnitude is truncated, not its value: negative ones round up.
+        const int prod = (dif * al + ((dif >> 31) & 63)) >> 6;
         return ylShort + prod;
     }
 
@@ -307,11 +367,14 @@ struct Adapter {
         return (thr + (thr >> 1)) >> 1;
     }
 
+    // TONE: the last update's A2 marks a tone.
+    ZOR_G726_INLINE bool Tone() const { return a2 < kToneA2; }
+
     // TRANS, before the update: whether this sample ends a tone, restarting the predictor.
     // Only a detected tone can end, and tones are rare: the threshold waits behind a branch that
     // speech predicts well.
     ZOR_G726_INLINE bool Transition(int dqmag) const {
-        if (td) [[unlikely]] {
+        if (Tone()) [[unlikely]] {
             return dqmag > TransitionThreshold();
         }
         return false;
@@ -321,46 +384,45 @@ struct Adapter {
     void Restart() {
         a1 = 0;
         a2 = 0;
-        td = false;
         ap = kTransitionAp;
     }
 
-    // m is |I|, negative the sign of the code, dqmag the magnitude of DQ. Returns SR, 16 bits.
+    // dq is the quantised difference, signed. Returns SR, 16 bits.
     template <int Bits>
-    ZOR_G726_INLINE int Update(int m, int negative, int se, int sez, int y, int dqmag) {
-        const RateTable& table = Rate<Bits>::Table();
-        const int dqi = (dqmag ^ -negative) + negative;
-        const int sr = Wrap16(se + dqi);
-        const int dqsez = Wrap16(sez + dqi);
-        const int pk0 = dqsez < 0 ? 1 : 0;
+    ZOR_G726_INLINE int Update(int code, int dq, int se, int sez, int y) {
+        const int sr = Wrap16(se + dq);
+        const int dqsez = Wrap16(sez + dq);
+        const int pk0 = dqsez >> 31;
 
-        int yuNext = y + ((table.w[m] - y) >> 5);
+        int yuNext = y + ((Rate<Bits>::kW[code] - y) >> 5);
         yuNext = yuNext < kMinYu ? kMinYu : (yuNext > kMaxYu ? kMaxYu : yuNext);
         yu = yuNext;
         yl += yuNext + ((-yl) >> 6);
 
         // UPA2, LIMC, UPA1 and LIMD without branches: the signs of successive DQ + SEZ agree or
         // not at random.
-        const int pks1 = pk0 ^ (pk & 1);
-        const int pks2 = pk0 ^ (pk >> 1);
-        pk = pk0 | (pk & 1) << 1;
-        const int live = dqsez == 0 ? 0 : -1;          // no gradient terms when DQ + SEZ is zero
-        const int fa1 = (a1 ^ (pks1 - 1)) + (1 - pks1); // +A1 when signs differ, else -A1
+        // Masks, -1 where the signs differ; (x ^ m) - m is then x or -x.
+        const int differ1 = pk0 ^ pk1;
+        const int differ2 = pk0 ^ pk2;
+        pk2 = pk1;
+        pk1 = pk0;
+        const int live = dqsez == 0 ? 0 : -1;       // no gradient terms when DQ + SEZ is zero
+        const int fa1 = differ1 - (a1 ^ differ1); // +A1 when signs differ, else -A1
         // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255).
-        const int uga2 = (std::min(std::max(fa1, -8191), 8191) >> 5) + 128 - 256 * pks2;
+        const int uga2 =
+            (std::min(std::max(fa1, -8191), 8191) >> 5) + ((128 ^ differ2) - differ2);
         int a2p = a2 - (a2 >> 7) + (uga2 & live);
         a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
-        int a1p = a1 - (a1 >> 8) + ((192 - 384 * pks1) & live);
+        int a1p = a1 - (a1 >> 8) + (((192 ^ differ1) - differ1) & live);
         const int a1ul = 15360 - a2p;
         a1 = a1p < -a1ul ? -a1ul : (a1p > a1ul ? a1ul : a1p);
         a2 = a2p;
-        td = a2p < kToneA2;
 
-        const int f = table.f[m];
+        const int f = Rate<Bits>::kF[code];
         dms += (f - dms) >> 5;
         dml += ((f << 2) - dml) >> 7;
         const int diff = (dms << 2) - dml;
-        const bool fast = (y < 1536) | td | ((diff < 0 ? -diff : diff) >= (dml >> 3));
+        const bool fast = (y < 1536) | Tone() | ((diff < 0 ? -diff : diff) >= (dml >> 3));
         ap += ((fast ? 512 : 0) - ap) >> 4;
         return sr;
     }
@@ -385,22 +447,21 @@ struct ScalarKernel {
     }
 
     template <int Bits>
-    ZOR_G726_INLINE int Update(int m, int negative, int se, int sez, int y, int dqmag,
-                               int dqFloat) {
+    ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dq, int dqSpread) {
         Adapter adapter(s);
-        const bool tr = adapter.Transition(dqmag);
-        const int sr = adapter.Update<Bits>(m, negative, se, sez, y, dqmag);
+        const bool tr = adapter.Transition(dq < 0 ? -dq : dq);
+        const int sr = adapter.Update<Bits>(code, dq, se, sez, y);
         if (tr) {
             adapter.Restart();
         }
         adapter.Store(s);
         // UPB (the leak is smaller at 40 kbit/s; coefficients wrap at 16 bits) and TRIGB.
         constexpr int leak = Bits == 5 ? 9 : 8;
-        const int gain = dqmag == 0 ? 0 : 128;
+        const int gain = Rate<Bits>::kGain[code];
         ZOR_G726_UNROLL
         for (int i = 0; i < 6; ++i) {
-            const bool same = negative == ((s.dq[i] >> 10) & 1);
-            const int bn = Wrap16(s.b[i] - (s.b[i] >> leak) + (same ? gain : -gain));
+            const bool negativeHistory = ((s.dq[i] >> 10) & 1) != 0;
+            const int bn = Wrap16(s.b[i] - (s.b[i] >> leak) + (negativeHistory ? -gain : gain));
             s.b[i] = tr ? 0 : bn;
         }
         // FLOATA, FLOATB and the delay lines. SR of -32768 reads as a negative zero.
@@ -408,7 +469,7 @@ struct ScalarKernel {
         for (int i = 5; i > 0; --i) {
             s.dq[i] = s.dq[i - 1];
         }
-        s.dq[0] = dqFloat;
+        s.dq[0] = Packed(dqSpread);
         s.sr[1] = s.sr[0];
         s.sr[0] = FloatOfSr(sr);
         return sr;
@@ -433,8 +494,10 @@ struct VectorKernel {
         const State& s = state;
         coef[0] = _mm_setr_epi32(s.b[0], s.b[1], s.b[2], s.b[3]);
         coef[1] = _mm_setr_epi32(s.a[0], s.a[1], s.b[4], s.b[5]);
-        hist[0] = _mm_setr_epi32(s.dq[0], s.dq[1], s.dq[2], s.dq[3]);
-        hist[1] = _mm_setr_epi32(s.sr[0], s.sr[1], s.dq[4], s.dq[5]);
+        hist[0] = _mm_setr_epi32(Spread(s.dq[0]), Spread(s.dq[1]), Spread(s.dq[2]),
+                                 Spread(s.dq[3]));
+        hist[1] = _mm_setr_epi32(Spread(s.sr[0]), Spread(s.sr[1]), Spread(s.dq[4]),
+                                 Spread(s.dq[5]));
     }
 
     void Store() {
@@ -448,21 +511,21 @@ struct VectorKernel {
         ad.Store(s);
         for (int i = 0; i < 4; ++i) {
             s.b[i] = c[i];
-            s.dq[i] = h[i];
+            s.dq[i] = Packed(h[i]);
         }
         s.b[4] = c[6];
         s.b[5] = c[7];
-        s.dq[4] = h[6];
-        s.dq[5] = h[7];
-        s.sr[0] = h[4];
-        s.sr[1] = h[5];
+        s.dq[4] = Packed(h[6]);
+        s.dq[5] = Packed(h[7]);
+        s.sr[0] = Packed(h[4]);
+        s.sr[1] = Packed(h[5]);
     }
 
     int ScaleFactor() const { return ad.ScaleFactor(); }
 
     // The sign of each history lane as a mask.
     static ZOR_G726_INLINE __m128i HistorySign(__m128i history) {
-        return _mm_srai_epi32(_mm_slli_epi32(history, 21), 31);
+        return _mm_srai_epi32(history, 31);
     }
 
     static ZOR_G726_INLINE __m128i FMult4(__m128i coefficient, __m128i history) {
@@ -476,14 +539,15 @@ struct VectorKernel {
         const __m128i anmant =
             _mm_or_si128(_mm_and_si128(x, _mm_set1_epi32(31)), _mm_set1_epi32(32));
         const __m128i anexp = _mm_subs_epu16(_mm_srli_epi32(x, 5), _mm_set1_epi32(126));
-        const __m128i srmant = _mm_and_si128(history, _mm_set1_epi32(63));
-        const __m128i srexp = _mm_and_si128(_mm_srli_epi32(history, 6), _mm_set1_epi32(15));
-        // Mantissas are below 64, so a 16-bit multiply per lane is exact.
+        // Mantissas are below 64, so a 16-bit multiply per lane is exact; the upper half of
+        // each product is zero, as anmant's upper half is.
         const __m128i wanmant =
-            _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi16(anmant, srmant), _mm_set1_epi32(48)), 4);
-        const __m128i shift = _mm_sub_epi32(_mm_add_epi32(anexp, srexp), _mm_set1_epi32(19));
-        const __m128 scaled = _mm_castsi128_ps(
-            _mm_add_epi32(_mm_castps_si128(_mm_cvtepi32_ps(wanmant)), _mm_slli_epi32(shift, 23)));
+            _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi16(anmant, history), _mm_set1_epi32(48)), 4);
+        const __m128i shift = _mm_add_epi32(
+            _mm_sub_epi32(_mm_slli_epi32(anexp, 23), _mm_set1_epi32(19 << 23)),
+            _mm_and_si128(history, _mm_set1_epi32(kSpreadExpMask)));
+        const __m128 scaled =
+            _mm_castsi128_ps(_mm_add_epi32(_mm_castps_si128(_mm_cvtepi32_ps(wanmant)), shift));
         const __m128i mag = _mm_and_si128(_mm_cvttps_epi32(scaled), _mm_set1_epi32(0x7FFF));
         const __m128i sign = _mm_xor_si128(anSign, HistorySign(history));
         return _mm_sub_epi32(_mm_xor_si128(mag, sign), sign);
@@ -502,17 +566,31 @@ struct VectorKernel {
         sez = Wrap16(sezi) >> 1;
     }
 
+    // TRANS needs the tone flag from before the update, and only a tone can end: outside tones
+    // the update runs without carrying a transition flag across it.
     template <int Bits>
-    ZOR_G726_INLINE int Update(int m, int negative, int se, int sez, int y, int dqmag,
-                               int dqFloat) {
-        const bool tr = ad.Transition(dqmag);
-        const int sr = ad.Update<Bits>(m, negative, se, sez, y, dqmag);
+    ZOR_G726_INLINE int Update(int code, int se, int sez, int y, int dq, int dqSpread) {
+        if (ad.Tone()) [[unlikely]] {
+            const bool tr = ad.Transition(dq < 0 ? -dq : dq);
+            const int sr = Adapt<Bits>(code, se, sez, y, dq, dqSpread);
+            if (tr) {
+                ad.Restart();
+                coef[0] = _mm_setzero_si128();
+                coef[1] = _mm_setzero_si128();
+            }
+            return sr;
+        }
+        return Adapt<Bits>(code, se, sez, y, dq, dqSpread);
+    }
+
+    template <int Bits>
+    ZOR_G726_INLINE int Adapt(int code, int se, int sez, int y, int dq, int dqSpread) {
+        const int sr = ad.Update<Bits>(code, dq, se, sez, y);
 
         // UPB on the zero-section lanes: the gain takes the sign of DQ, flipped per lane where
         // the history value is negative. The pole lanes are replaced below.
         constexpr int leak = Bits == 5 ? 9 : 8;
-        const int gain = (dqmag != 0 ? 128 : 0) * (1 - 2 * negative); // no branch: signs are random
-        const __m128i g = _mm_set1_epi32(gain);
+        const __m128i g = _mm_set1_epi32(Rate<Bits>::kGain[code]);
         for (int r = 0; r < 2; ++r) {
             const __m128i differ = HistorySign(hist[r]);
             const __m128i delta = _mm_sub_epi32(_mm_xor_si128(g, differ), differ);
@@ -523,18 +601,13 @@ struct VectorKernel {
         const __m128i poles = _mm_unpacklo_epi32(_mm_cvtsi32_si128(ad.a1), _mm_cvtsi32_si128(ad.a2));
         coef[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(poles),
                                                   _mm_castsi128_ps(coef[1]), _MM_SHUFFLE(3, 2, 1, 0)));
-        if (tr) [[unlikely]] {
-            ad.Restart();
-            coef[0] = _mm_setzero_si128();
-            coef[1] = _mm_setzero_si128();
-        }
 
         // Delay lines: dq moves one lane up, from lane 3 of the first register to lane 2 of
         // the second; sr moves within lanes 0-1.
         const __m128i crossing = _mm_unpackhi_epi32(hist[0], hist[1]); // [dq3 dq5 dq4 dq6]
-        hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqFloat));
+        hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqSpread));
         const __m128i srs =
-            _mm_or_si128(_mm_slli_si128(hist[1], 4), _mm_cvtsi32_si128(FloatOfSr(sr)));
+            _mm_or_si128(_mm_slli_si128(hist[1], 4), _mm_cvtsi32_si128(SpreadOfSr(sr)));
         hist[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(srs), _mm_castsi128_ps(crossing),
                                                   _MM_SHUFFLE(1, 2, 1, 0)));
         return sr;
@@ -562,8 +635,7 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     // down from all ones, and so does the positive zero where it has no level of its own.
     const int flip = (d >> 31) | (Bits != 2 ? (m - 1) >> 31 : 0);
     const int code = m ^ (Rate<Bits>::kMask & flip);
-    const int sign = flip & 1;
-    k.template Update<Bits>(m, sign, se, sez, y, row.mag[m], row.flt[m] | sign << 10);
+    k.template Update<Bits>(code, se, sez, y, row.dq[code], row.spread[code]);
     return code;
 }
 
@@ -580,10 +652,7 @@ ZOR_G726_INLINE short Decode(Kernel& k, int code, SampleTrace* trace) {
     const int y = k.ScaleFactor();
     // The encoder's rows hold DQ for each |I| and Y, in both forms: no ANTILOG or FLOATA here.
     const auto& row = QuantRows<Bits>::For(y);
-    const int negative = Rate<Bits>::Negative(code);
-    const int m = Rate<Bits>::Magnitude(code);
-    const int sr = k.template Update<Bits>(m, negative, se, sez, y, row.mag[m],
-                                           row.flt[m] | negative << 10);
+    const int sr = k.template Update<Bits>(code, se, sez, y, row.dq[code], row.spread[code]);
     if (trace) {
         *trace = {se, y, sr};
     }
