@@ -407,10 +407,11 @@ struct Adapter {
         pk2 = pk1;
         pk1 = pk0;
         const int live = dqsez == 0 ? 0 : -1;       // no gradient terms when DQ + SEZ is zero
-        const int fa1 = differ1 - (a1 ^ differ1); // +A1 when signs differ, else -A1
-        // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255).
-        const int uga2 =
-            (std::min(std::max(fa1, -8191), 8191) >> 5) + ((128 ^ differ2) - differ2);
+        // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255). The limits are
+        // symmetric, so A1 is limited before its sign is known, off the path from DQ.
+        const int a1Limited = std::min(std::max(a1, -8191), 8191);
+        const int fa1 = differ1 - (a1Limited ^ differ1); // +A1 when signs differ, else -A1
+        const int uga2 = (fa1 >> 5) + ((128 ^ differ2) - differ2);
         int a2p = a2 - (a2 >> 7) + (uga2 & live);
         a2p = a2p < -12288 ? -12288 : (a2p > 12288 ? 12288 : a2p);
         int a1p = a1 - (a1 >> 8) + (((192 ^ differ1) - differ1) & live);
@@ -523,6 +524,21 @@ struct VectorKernel {
 
     int ScaleFactor() const { return ad.ScaleFactor(); }
 
+    // UPB's gain by code in every lane, so that the coefficient update needs no broadcast.
+    template <int Bits> struct GainLanes {
+        alignas(16) std::int32_t lanes[Rate<Bits>::kCodes][4];
+    };
+    template <int Bits> static constexpr GainLanes<Bits> MakeGainLanes() {
+        GainLanes<Bits> table{};
+        for (int code = 0; code < Rate<Bits>::kCodes; ++code) {
+            for (int lane = 0; lane < 4; ++lane) {
+                table.lanes[code][lane] = Rate<Bits>::kGain[code];
+            }
+        }
+        return table;
+    }
+    template <int Bits> static constexpr GainLanes<Bits> kGainLanes = MakeGainLanes<Bits>();
+
     // The sign of each history lane as a mask.
     static ZOR_G726_INLINE __m128i HistorySign(__m128i history) {
         return _mm_srai_epi32(history, 31);
@@ -590,7 +606,8 @@ struct VectorKernel {
         // UPB on the zero-section lanes: the gain takes the sign of DQ, flipped per lane where
         // the history value is negative. The pole lanes are replaced below.
         constexpr int leak = Bits == 5 ? 9 : 8;
-        const __m128i g = _mm_set1_epi32(Rate<Bits>::kGain[code]);
+        const __m128i g =
+            _mm_load_si128(reinterpret_cast<const __m128i*>(kGainLanes<Bits>.lanes[code]));
         for (int r = 0; r < 2; ++r) {
             const __m128i differ = HistorySign(hist[r]);
             const __m128i delta = _mm_sub_epi32(_mm_xor_si128(g, differ), differ);
@@ -630,10 +647,13 @@ template <int Bits, typename Kernel> ZOR_G726_INLINE int Encode(Kernel& k, int s
     using Q = QuantRows<Bits>;
     const auto& row = Q::For(y);
     const int d = (sample >> 2) - se;
-    const int m = Q::Magnitude(row, d < 0 ? -d : d);
+    const int dqm = d < 0 ? -d : d;
+    const int m = Q::Magnitude(row, dqm);
     // QUAN's code choice without branches (the sign of D is a coin flip): negative codes count
-    // down from all ones, and so does the positive zero where it has no level of its own.
-    const int flip = (d >> 31) | (Bits != 2 ? (m - 1) >> 31 : 0);
+    // down from all ones, and so does the positive zero where it has no level of its own. The
+    // first decision level alone tells the zero, before the count is ready.
+    const int zero = Bits != 2 ? -static_cast<int>(dqm <= row.below[0]) : 0;
+    const int flip = (d >> 31) | zero;
     const int code = m ^ (Rate<Bits>::kMask & flip);
     k.template Update<Bits>(code, se, sez, y, row.dq[code], row.spread[code]);
     return code;
