@@ -167,11 +167,6 @@ ZOR_G726_INLINE constexpr int SpreadOfMagnitude(int mag) {
     return (exp << kSpreadExpShift) | ((mag << 6) >> exp) | 32;
 }
 
-ZOR_G726_INLINE int SpreadOfSr(int sr) {
-    const int negative = sr >> 31;
-    return SpreadOfMagnitude(sr < 0 ? (-sr) & 0x7FFF : sr) | (negative & INT32_MIN);
-}
-
 ZOR_G726_INLINE constexpr int Spread(int packed) {
     return (packed & 63) | ((packed >> 6) & 15) << kSpreadExpShift | (-((packed >> 10) & 1) & INT32_MIN);
 }
@@ -539,6 +534,19 @@ struct VectorKernel {
     }
     template <int Bits> static constexpr GainLanes<Bits> kGainLanes = MakeGainLanes<Bits>();
 
+    // FLOATB to the spread form, in lane 0. SR converts to float exactly, and the float already
+    // has the sign in bit 31 and the exponent in bits 23-30 above the mantissa's fraction bits.
+    // Taking 126 off the exponent with unsigned saturation on the upper 16 bits turns it into
+    // the bit width, and leaves SR = 0 at 0 (mantissa 32, exponent 0). SR = -32768, a negative
+    // zero, has width 16: the 4-bit field drops it to 0, with fraction 0 (mantissa 32).
+    static ZOR_G726_INLINE __m128i SpreadOfSr(int sr) {
+        const __m128i f = _mm_castps_si128(_mm_cvtsi32_ss(_mm_setzero_ps(), sr));
+        const __m128i t = _mm_subs_epu16(f, _mm_set1_epi32(126 << 23));
+        const __m128i mant = _mm_and_si128(_mm_srli_epi32(t, 23 - 5), _mm_set1_epi32(31));
+        const __m128i signExp = _mm_and_si128(t, _mm_set1_epi32(INT32_MIN | kSpreadExpMask));
+        return _mm_or_si128(_mm_or_si128(signExp, mant), _mm_setr_epi32(32, 0, 0, 0));
+    }
+
     // The sign of each history lane as a mask.
     static ZOR_G726_INLINE __m128i HistorySign(__m128i history) {
         return _mm_srai_epi32(history, 31);
@@ -624,7 +632,7 @@ struct VectorKernel {
         const __m128i crossing = _mm_unpackhi_epi32(hist[0], hist[1]); // [dq3 dq5 dq4 dq6]
         hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqSpread));
         const __m128i srs =
-            _mm_or_si128(_mm_slli_si128(hist[1], 4), _mm_cvtsi32_si128(SpreadOfSr(sr)));
+            _mm_or_si128(_mm_slli_si128(hist[1], 4), SpreadOfSr(sr));
         hist[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(srs), _mm_castsi128_ps(crossing),
                                                   _MM_SHUFFLE(1, 2, 1, 0)));
         return sr;
