@@ -273,9 +273,9 @@ template <int Bits> struct QuantRows {
 
     static constexpr auto kRows = Make();
 
-    // Any State reaches here, so Y is clamped for memory safety; LIMB keeps real ones inside.
+    // Y lies in LIMB's range: the Adapter holds YU and YL / 64 there, and Y lies between them.
     static ZOR_G726_INLINE const Row& For(int y) {
-        return kRows[std::min(std::max(y >> 2, kMinYShort), kMaxYShort) - kMinYShort];
+        return kRows[static_cast<unsigned>((y >> 2) - kMinYShort)];
     }
 
     // |I| for a magnitude of D: the number of decision magnitudes it exceeds.
@@ -327,8 +327,12 @@ struct Adapter {
     // TD is not kept: it is "A2 below the tone threshold" after every update and clear after a
     // reset, where A2 is 0, so A2 tells it.
 
+    // A State the coder produced is unchanged by the limits here. They hold any other inside
+    // the range the coder keeps (LIMB bounds YU; YL follows YU * 64; AP is never negative), so
+    // that Y, which lies between YU and YL / 64, always has a quantiser row.
     explicit Adapter(const State& s)
-        : yl(s.yl), yu(s.yu), dms(s.dms), dml(s.dml), ap(s.ap), a1(s.a[0]), a2(s.a[1]),
+        : yl(std::clamp(s.yl, kMinYu << 6, kMaxYu << 6)), yu(std::clamp(s.yu, kMinYu, kMaxYu)),
+          dms(s.dms), dml(s.dml), ap(std::max(s.ap, 0)), a1(s.a[0]), a2(s.a[1]),
           pk1(-(s.pk[0] & 1)), pk2(-(s.pk[1] & 1)) {}
 
     void Store(State& s) const {
