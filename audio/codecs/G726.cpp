@@ -692,7 +692,8 @@ ZOR_G726_INLINE short Decode(Kernel& k, int code, SampleTrace* trace) {
 }
 
 // Codes of one group packed into its bytes, least significant bit first.
-template <int Bits> ZOR_G726_INLINE void PackGroup(const int* codes, unsigned char* out) {
+template <int Bits, typename Code>
+ZOR_G726_INLINE void PackGroup(const Code* codes, unsigned char* out) {
     std::uint64_t acc = 0;
     for (int k = 0; k < GroupSamples(Bits); ++k) {
         acc |= static_cast<std::uint64_t>(codes[k] & Rate<Bits>::kMask) << (k * Bits);
@@ -714,12 +715,14 @@ template <int Bits> ZOR_G726_INLINE void UnpackGroup(const unsigned char* in, in
 
 template <int Bits>
 std::size_t PackCodesT(const unsigned char* codes, std::size_t count, unsigned char* out) {
-    constexpr int G = GroupSamples(Bits);
-    int group[G];
-    for (std::size_t i = 0; i < count; i += G, out += GroupBytes(Bits)) {
-        for (std::size_t k = 0; k < static_cast<std::size_t>(G); ++k) {
-            group[k] = i + k < count ? codes[i + k] : 0;
-        }
+    constexpr std::size_t G = GroupSamples(Bits);
+    std::size_t i = 0;
+    for (; i + G <= count; i += G, out += GroupBytes(Bits)) {
+        PackGroup<Bits>(codes + i, out);
+    }
+    if (i < count) { // the last group, padded with zero codes
+        unsigned char group[G] = {};
+        std::copy(codes + i, codes + count, group);
         PackGroup<Bits>(group, out);
     }
     return EncodedBytes(Bits, count);
