@@ -423,18 +423,30 @@ int CAdvancedPacketFilterCom::CreateTimebasePacket(CJokCommandContext* context) 
     return 1;
 }
 
+namespace {
+
+// The index of an existing variable; an unknown name is reported and answers -1 (which reads as
+// 0 or an empty text).
+int LookupOrReport(CZorPacketVocabulary& vocabulary, const CBelString& name, const char* method,
+                   CJokCommandContext* context) {
+    const int index = vocabulary.Lookup(name.str(), false);
+    if (index < 0) {
+        CBelString message;
+        message.Format("%s: no variable '%s'", method, name.c_str());
+        context->OutputErrorString(message);
+    }
+    return index;
+}
+
+} // namespace
+
 int CAdvancedPacketFilterCom::GetVariable(CJokCommandContext* context) {
     CBelString name;
     context->GetParam("variable", &name, 0);
     if (!context->CanProceed(0))
         return 1;
     CZorPacketVocabulary& vocabulary = m_pModule->Vocabulary();
-    const int index = vocabulary.Lookup(name.str(), false);
-    if (index < 0) {
-        CBelString message;
-        message.Format("GetVariable: no variable '%s'", name.c_str());
-        context->OutputErrorString(message);
-    }
+    const int index = LookupOrReport(vocabulary, name, "GetVariable", context);
     context->SetReturnValueNoRef(CJokGdDouble::Allocate(vocabulary.ReadValue(index)));
     return 1;
 }
@@ -457,12 +469,7 @@ int CAdvancedPacketFilterCom::GetStringVar(CJokCommandContext* context) {
     if (!context->CanProceed(0))
         return 1;
     CZorPacketVocabulary& vocabulary = m_pModule->Vocabulary();
-    const int index = vocabulary.Lookup(name.str(), false);
-    if (index < 0) {
-        CBelString message;
-        message.Format("GetStringVar: no variable '%s'", name.c_str());
-        context->OutputErrorString(message);
-    }
+    const int index = LookupOrReport(vocabulary, name, "GetStringVar", context);
     std::string text;
     vocabulary.ReadText(index, text);
     context->SetReturnValueNoRef(CJokGdString::Allocate(CBelString(text)));
