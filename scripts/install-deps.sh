@@ -6,6 +6,8 @@ packages=(
     bison
     lua5.4 liblua5.4-dev
     libasound2-dev
+    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev ffmpeg
+    libsqlite3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     sox espeak-ng
 )
