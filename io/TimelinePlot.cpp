@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <initializer_list>
 #include <limits>
 
 namespace {
@@ -67,6 +68,41 @@ double TickStep(double span) {
         }
     }
     return 10.0 * power;
+}
+
+using Attributes = std::initializer_list<std::pair<const char*, std::string>>;
+
+void AppendAttributes(std::string& out, const char* name, Attributes attributes) {
+    out += '<';
+    out += name;
+    for (const auto& [key, value] : attributes) {
+        out += ' ';
+        out += key;
+        out += "=\"";
+        out += value;
+        out += '"';
+    }
+}
+
+// An opening tag; the caller closes it.
+void Open(std::string& out, const char* name, Attributes attributes) {
+    AppendAttributes(out, name, attributes);
+    out += ">\n";
+}
+
+// A whole element; body is markup already escaped.
+void Element(std::string& out, const char* name, Attributes attributes,
+             const std::string& body = {}) {
+    AppendAttributes(out, name, attributes);
+    if (body.empty()) {
+        out += "/>\n";
+        return;
+    }
+    out += '>';
+    out += body;
+    out += "</";
+    out += name;
+    out += ">\n";
 }
 
 } // namespace
@@ -183,13 +219,15 @@ CTimelinePlot::SRange CTimelinePlot::ValueRange() const {
 void CTimelinePlot::RenderIntervals(const CFrame& frame, std::string& out) const {
     size_t colour = m_Series.size();
     for (const SIntervals& intervals : m_Intervals) {
-        out += "<g fill=\"" + std::string(Colour(colour++)) + "\" fill-opacity=\"0.18\">\n";
+        Open(out, "g", {{"fill", Colour(colour++)}, {"fill-opacity", "0.18"}});
         for (const Span& span : intervals.m_Spans) {
             const double from = frame.X(span.first);
             const double to = span.second < span.first ? frame.Right() : frame.X(span.second);
-            out += "<rect x=\"" + Pixel(from) + "\" y=\"" + std::to_string(frame.Top()) +
-                   "\" width=\"" + Pixel(std::max(to - from, 1.0)) + "\" height=\"" +
-                   std::to_string(frame.Bottom() - frame.Top()) + "\"/>\n";
+            Element(out, "rect",
+                    {{"x", Pixel(from)},
+                     {"y", Pixel(frame.Top())},
+                     {"width", Pixel(std::max(to - from, 1.0))},
+                     {"height", Pixel(frame.Bottom() - frame.Top())}});
         }
         out += "</g>\n";
     }
@@ -266,14 +304,20 @@ void CTimelinePlot::RenderSeries(const CFrame& frame, std::string& out) const {
     for (size_t i = 0; i < m_Series.size(); ++i) {
         const SSeries& series = m_Series[i];
         const auto points = SeriesPixels(series.m_Times, series.m_Values, series.m_Step, frame);
-        out += "<g fill=\"none\" stroke=\"" + std::string(Colour(i)) +
-               "\" stroke-width=\"1.4\" stroke-linejoin=\"round\">\n";
+        Open(out, "g",
+             {{"fill", "none"},
+              {"stroke", Colour(i)},
+              {"stroke-width", "1.4"},
+              {"stroke-linejoin", "round"}});
         for (const auto& line : Polylines(points, columns)) {
-            out += "<polyline points=\"";
+            std::string list;
             for (const auto& point : line) {
-                out += Pixel(point.first) + "," + Pixel(point.second) + " ";
+                list += Pixel(point.first);
+                list += ',';
+                list += Pixel(point.second);
+                list += ' ';
             }
-            out += "\"/>\n";
+            Element(out, "polyline", {{"points", list}});
         }
         out += "</g>\n";
     }
@@ -283,108 +327,143 @@ void CTimelinePlot::RenderMarks(const CFrame& frame, std::string& out) const {
     size_t colour = m_Series.size() + m_Intervals.size();
     for (const SThreshold& threshold : m_Thresholds) {
         const std::string y = Pixel(frame.Y(threshold.m_Value));
-        out += "<line x1=\"" + std::to_string(frame.Left()) + "\" x2=\"" +
-               std::to_string(frame.Right()) + "\" y1=\"" + y + "\" y2=\"" + y + "\" stroke=\"" +
-               Colour(colour++) + "\" stroke-dasharray=\"6 4\" stroke-width=\"1.2\"/>\n";
+        Element(out, "line",
+                {{"x1", Pixel(frame.Left())},
+                 {"x2", Pixel(frame.Right())},
+                 {"y1", y},
+                 {"y2", y},
+                 {"stroke", Colour(colour++)},
+                 {"stroke-dasharray", "6 4"},
+                 {"stroke-width", "1.2"}});
     }
     for (const SEvents& events : m_Events) {
         const char* stroke = Colour(colour++);
         for (double t : events.m_Times) {
             const std::string x = Pixel(frame.X(t));
-            out += "<line x1=\"" + x + "\" x2=\"" + x + "\" y1=\"" + std::to_string(frame.Top()) +
-                   "\" y2=\"" + std::to_string(frame.Bottom()) + "\" stroke=\"" + stroke +
-                   "\" stroke-width=\"1.2\"><title>" + Escape(events.m_Name) + " at " + Number(t) +
-                   "</title></line>\n";
+            Element(out, "line",
+                    {{"x1", x},
+                     {"x2", x},
+                     {"y1", Pixel(frame.Top())},
+                     {"y2", Pixel(frame.Bottom())},
+                     {"stroke", stroke},
+                     {"stroke-width", "1.2"}},
+                    "<title>" + Escape(events.m_Name) + " at " + Number(t) + "</title>");
         }
     }
 }
 
 void CTimelinePlot::RenderLegend(std::string& out) const {
-    struct SEntry {
-        const std::string* m_pName;
-        const char* m_Style; // "line", "band", "dash"
-    };
-    std::vector<SEntry> entries;
+    enum class EStyle { Line, Band, Dash };
+    std::vector<std::pair<const std::string*, EStyle>> entries;
     for (const SSeries& series : m_Series) {
-        entries.push_back({&series.m_Name, "line"});
+        entries.emplace_back(&series.m_Name, EStyle::Line);
     }
     for (const SIntervals& intervals : m_Intervals) {
-        entries.push_back({&intervals.m_Name, "band"});
+        entries.emplace_back(&intervals.m_Name, EStyle::Band);
     }
     for (const SThreshold& threshold : m_Thresholds) {
-        entries.push_back({&threshold.m_Name, "dash"});
+        entries.emplace_back(&threshold.m_Name, EStyle::Dash);
     }
     for (const SEvents& events : m_Events) {
-        entries.push_back({&events.m_Name, "line"});
+        entries.emplace_back(&events.m_Name, EStyle::Line);
     }
     double x = kMarginLeft;
-    const int y = m_Height - 16;
+    const double y = m_Height - 16;
     for (size_t i = 0; i < entries.size(); ++i) {
-        const std::string colour = Colour(i);
-        const std::string style = entries[i].m_Style;
-        if (style == "band") {
-            out += "<rect x=\"" + Pixel(x) + "\" y=\"" + std::to_string(y - 9) +
-                   "\" width=\"22\" height=\"12\" fill=\"" + colour + "\" fill-opacity=\"0.3\"/>\n";
+        const auto& [name, style] = entries[i];
+        if (style == EStyle::Band) {
+            Element(out, "rect",
+                    {{"x", Pixel(x)},
+                     {"y", Pixel(y - 9)},
+                     {"width", "22"},
+                     {"height", "12"},
+                     {"fill", Colour(i)},
+                     {"fill-opacity", "0.3"}});
         } else {
-            out += "<line x1=\"" + Pixel(x) + "\" x2=\"" + Pixel(x + 22) + "\" y1=\"" +
-                   std::to_string(y - 3) + "\" y2=\"" + std::to_string(y - 3) + "\" stroke=\"" +
-                   colour + "\" stroke-width=\"2\"" +
-                   (style == "dash" ? " stroke-dasharray=\"6 4\"" : "") + "/>\n";
+            Element(out, "line",
+                    {{"x1", Pixel(x)},
+                     {"x2", Pixel(x + 22)},
+                     {"y1", Pixel(y - 3)},
+                     {"y2", Pixel(y - 3)},
+                     {"stroke", Colour(i)},
+                     {"stroke-width", "2"},
+                     {"stroke-dasharray", style == EStyle::Dash ? "6 4" : "none"}});
         }
-        out += "<text x=\"" + Pixel(x + 28) + "\" y=\"" + std::to_string(y) + "\">" +
-               Escape(*entries[i].m_pName) + "</text>\n";
-        x += 44 + 7.0 * static_cast<double>(entries[i].m_pName->size());
+        Element(out, "text", {{"x", Pixel(x + 28)}, {"y", Pixel(y)}}, Escape(*name));
+        x += 44 + 7.0 * static_cast<double>(name->size());
     }
+}
+
+void CTimelinePlot::RenderAxes(const CFrame& frame, std::string& out) const {
+    const SRange& time = frame.Time();
+    const SRange& value = frame.Value();
+    const double timeStep = TickStep(time.m_High - time.m_Low);
+    const double valueStep = TickStep(value.m_High - value.m_Low);
+    std::string labels;
+    Open(out, "g", {{"stroke", "#e4e4e4"}, {"stroke-width", "1"}});
+    const auto firstTime = static_cast<long long>(std::ceil(time.m_Low / timeStep));
+    for (long long k = firstTime; k * timeStep <= time.m_High + timeStep * 1e-9; ++k) {
+        const double t = static_cast<double>(k) * timeStep;
+        const std::string x = Pixel(frame.X(t));
+        Element(out, "line",
+                {{"x1", x}, {"x2", x}, {"y1", Pixel(frame.Top())}, {"y2", Pixel(frame.Bottom())}});
+        Element(labels, "text",
+                {{"x", x}, {"y", Pixel(frame.Bottom() + 16)}, {"text-anchor", "middle"}},
+                Number(t));
+    }
+    const auto firstValue = static_cast<long long>(std::ceil(value.m_Low / valueStep));
+    for (long long k = firstValue; k * valueStep <= value.m_High + valueStep * 1e-9; ++k) {
+        const double v = static_cast<double>(k) * valueStep;
+        const std::string y = Pixel(frame.Y(v));
+        Element(out, "line",
+                {{"x1", Pixel(frame.Left())}, {"x2", Pixel(frame.Right())}, {"y1", y}, {"y2", y}});
+        Element(labels, "text",
+                {{"x", Pixel(frame.Left() - 6)}, {"y", y}, {"dy", "4"}, {"text-anchor", "end"}},
+                Number(v));
+    }
+    out += "</g>\n";
+    out += labels;
+    Element(out, "text",
+            {{"x", Pixel((frame.Left() + frame.Right()) / 2.0)},
+             {"y", Pixel(frame.Bottom() + 34)},
+             {"text-anchor", "middle"}},
+            Escape(m_TimeLabel));
+    Element(out, "text",
+            {{"transform",
+              "translate(16," + Pixel((frame.Top() + frame.Bottom()) / 2.0) + ") rotate(-90)"},
+             {"text-anchor", "middle"}},
+            Escape(m_ValueLabel));
 }
 
 std::string CTimelinePlot::Render() const {
     const CFrame frame(m_Width, m_Height, TimeRange(), ValueRange());
     std::string out;
-    out += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(m_Width) +
-           "\" height=\"" + std::to_string(m_Height) + "\" viewBox=\"0 0 " +
-           std::to_string(m_Width) + " " + std::to_string(m_Height) +
-           "\" font-family=\"sans-serif\" font-size=\"12\">\n";
-    out += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-    out += "<text x=\"" + std::to_string(m_Width / 2) +
-           "\" y=\"22\" text-anchor=\"middle\" font-size=\"15\">" + Escape(m_Title) + "</text>\n";
-
-    // Grid and tick labels.
-    out += "<g stroke=\"#e4e4e4\" stroke-width=\"1\">\n";
-    const double timeStep = TickStep(frame.Time().m_High - frame.Time().m_Low);
-    const double valueStep = TickStep(frame.Value().m_High - frame.Value().m_Low);
-    std::string labels;
-    for (double t = std::ceil(frame.Time().m_Low / timeStep) * timeStep;
-         t <= frame.Time().m_High + timeStep * 1e-9; t += timeStep) {
-        const std::string x = Pixel(frame.X(t));
-        out += "<line x1=\"" + x + "\" x2=\"" + x + "\" y1=\"" + std::to_string(frame.Top()) +
-               "\" y2=\"" + std::to_string(frame.Bottom()) + "\"/>\n";
-        labels += "<text x=\"" + x + "\" y=\"" + std::to_string(frame.Bottom() + 16) +
-                  "\" text-anchor=\"middle\">" + Number(std::abs(t) < timeStep * 1e-9 ? 0.0 : t) +
-                  "</text>\n";
-    }
-    for (double v = std::ceil(frame.Value().m_Low / valueStep) * valueStep;
-         v <= frame.Value().m_High + valueStep * 1e-9; v += valueStep) {
-        const std::string y = Pixel(frame.Y(v));
-        out += "<line x1=\"" + std::to_string(frame.Left()) + "\" x2=\"" +
-               std::to_string(frame.Right()) + "\" y1=\"" + y + "\" y2=\"" + y + "\"/>\n";
-        labels += "<text x=\"" + std::to_string(frame.Left() - 6) + "\" y=\"" + y +
-                  "\" dy=\"4\" text-anchor=\"end\">" +
-                  Number(std::abs(v) < valueStep * 1e-9 ? 0.0 : v) + "</text>\n";
-    }
-    out += "</g>\n" + labels;
-    out += "<text x=\"" + std::to_string((frame.Left() + frame.Right()) / 2) + "\" y=\"" +
-           std::to_string(frame.Bottom() + 34) + "\" text-anchor=\"middle\">" +
-           Escape(m_TimeLabel) + "</text>\n";
-    out += "<text transform=\"translate(16," + std::to_string((frame.Top() + frame.Bottom()) / 2) +
-           ") rotate(-90)\" text-anchor=\"middle\">" + Escape(m_ValueLabel) + "</text>\n";
-
+    const std::string width = std::to_string(m_Width);
+    const std::string height = std::to_string(m_Height);
+    Open(out, "svg",
+         {{"xmlns", "http://www.w3.org/2000/svg"},
+          {"width", width},
+          {"height", height},
+          {"viewBox", "0 0 " + width + " " + height},
+          {"font-family", "sans-serif"},
+          {"font-size", "12"}});
+    Element(out, "rect", {{"width", "100%"}, {"height", "100%"}, {"fill", "white"}});
+    Element(
+        out, "text",
+        {{"x", Pixel(m_Width / 2.0)}, {"y", "22"}, {"text-anchor", "middle"}, {"font-size", "15"}},
+        Escape(m_Title));
+    RenderAxes(frame, out);
     RenderIntervals(frame, out);
     RenderSeries(frame, out);
     RenderMarks(frame, out);
-    out += "<rect x=\"" + std::to_string(frame.Left()) + "\" y=\"" + std::to_string(frame.Top()) +
-           "\" width=\"" + std::to_string(frame.Right() - frame.Left()) + "\" height=\"" +
-           std::to_string(frame.Bottom() - frame.Top()) +
-           "\" fill=\"none\" stroke=\"#555\" stroke-width=\"1\"/>\n";
+    Element(out, "rect",
+            {{"x", Pixel(frame.Left())},
+             {"y", Pixel(frame.Top())},
+             {"width", Pixel(frame.Right() - frame.Left())},
+             {"height", Pixel(frame.Bottom() - frame.Top())},
+             {"fill", "none"},
+             {"stroke", "#555"},
+             {"stroke-width", "1"}});
     RenderLegend(out);
     out += "</svg>\n";
     return out;

@@ -72,6 +72,7 @@ private:
 
     SRange TimeRange() const;
     SRange ValueRange() const;
+    void RenderAxes(const CFrame& frame, std::string& out) const;
     void RenderIntervals(const CFrame& frame, std::string& out) const;
     void RenderSeries(const CFrame& frame, std::string& out) const;
     void RenderMarks(const CFrame& frame, std::string& out) const;
