@@ -219,6 +219,11 @@ struct CZorVideoDecompressor::SImpl {
         std::int64_t m_Index = -1;
         CKorVideoPacket* m_pPacket = nullptr; // one reference
     };
+    // A decoded frame and the input index of its packet.
+    struct SDecoded {
+        CKorVideoPacket* m_pFrame = nullptr; // one reference
+        std::int64_t m_Index = -1;
+    };
 
     ~SImpl() {
         Close();
@@ -243,8 +248,8 @@ struct CZorVideoDecompressor::SImpl {
         }
     }
     void ReleaseQueue() {
-        for (CKorVideoPacket* frame : m_Queue) {
-            frame->Release();
+        for (const SDecoded& decoded : m_Queue) {
+            decoded.m_pFrame->Release();
         }
         m_Queue.clear();
     }
@@ -266,7 +271,8 @@ struct CZorVideoDecompressor::SImpl {
     CKorVideoPacket* Convert(const AVFrame* picture, CKorVideoFormat* format);
     CKorVideoPacket* CopyOf(const CKorVideoPacket* given);
     CKorVideoFormat* FormatFor(int width, int height, bool grey, bool fullRange);
-    void CopyFields(CKorVideoPacket* frame, const AVFrame* picture);
+    // Answers the input index of the packet whose fields it copied (-1: none).
+    std::int64_t CopyFields(CKorVideoPacket* frame, const AVFrame* picture);
 
     AVCodecContext* m_pContext = nullptr;
     AVCodecID m_CodecId = AV_CODEC_ID_NONE;
@@ -282,7 +288,7 @@ struct CZorVideoDecompressor::SImpl {
 
     std::array<SInFlight, kInFlight> m_InFlight{};
     std::int64_t m_NextIndex = 0;
-    std::deque<CKorVideoPacket*> m_Queue; // decoded frames, one reference each
+    std::deque<SDecoded> m_Queue;
 
     CKorVideoFormat* m_pOutputFormat = nullptr; // one reference
 
@@ -372,11 +378,13 @@ CKorVideoFormat* CZorVideoDecompressor::SImpl::FormatFor(int width, int height, 
     return m_pOutputFormat;
 }
 
-void CZorVideoDecompressor::SImpl::CopyFields(CKorVideoPacket* frame, const AVFrame* picture) {
+std::int64_t CZorVideoDecompressor::SImpl::CopyFields(CKorVideoPacket* frame,
+                                                      const AVFrame* picture) {
     CKorVideoPacket* source = nullptr;
-    if (picture->pts != AV_NOPTS_VALUE && picture->pts >= 0) {
-        SInFlight& slot = m_InFlight[static_cast<size_t>(picture->pts % kInFlight)];
-        if (slot.m_Index == picture->pts) {
+    std::int64_t index = picture->pts;
+    if (index != AV_NOPTS_VALUE && index >= 0) {
+        SInFlight& slot = m_InFlight[static_cast<size_t>(index % kInFlight)];
+        if (slot.m_Index == index) {
             source = slot.m_pPacket;
             slot = SInFlight{};
         }
@@ -384,9 +392,10 @@ void CZorVideoDecompressor::SImpl::CopyFields(CKorVideoPacket* frame, const AVFr
     if (!source) {
         // A codec that does not carry the packet's stamp through: the latest packet is the best
         // guess, and it stays in flight for its own picture.
-        const SInFlight& latest = m_InFlight[static_cast<size_t>((m_NextIndex - 1) % kInFlight)];
-        if (m_NextIndex == 0 || !latest.m_pPacket) {
-            return;
+        index = m_NextIndex - 1;
+        const SInFlight& latest = m_InFlight[static_cast<size_t>(index % kInFlight)];
+        if (index < 0 || !latest.m_pPacket) {
+            return -1;
         }
         source = latest.m_pPacket;
         source->AddRef();
@@ -404,6 +413,7 @@ void CZorVideoDecompressor::SImpl::CopyFields(CKorVideoPacket* frame, const AVFr
     }
     frame->SetFrameType(FrameTypeOf(picture->pict_type, source->GetFrameType()));
     source->Release();
+    return index;
 }
 
 CKorVideoPacket* CZorVideoDecompressor::SImpl::Convert(const AVFrame* picture,
@@ -514,8 +524,7 @@ void CZorVideoDecompressor::SImpl::Receive() {
         }
         CKorVideoPacket* frame = MakeFrame(m_pFrame);
         if (frame) {
-            CopyFields(frame, m_pFrame);
-            m_Queue.push_back(frame);
+            m_Queue.push_back(SDecoded{frame, CopyFields(frame, m_pFrame)});
             ++m_Frames;
         }
         av_frame_unref(m_pFrame);
@@ -539,9 +548,10 @@ bool CZorVideoDecompressor::SendPacket(const CKorVideoPacket* input) {
         BelDisplayAssert("input != 0", __FILE__, __LINE__);
         return false;
     }
+    const std::int64_t index = m_p->m_NextIndex++; // every packet has one, decoded or not
     if (CZorVideoFrame::IsFrame(input)) {
         const_cast<CKorVideoPacket*>(input)->AddRef();
-        m_p->m_Queue.push_back(const_cast<CKorVideoPacket*>(input));
+        m_p->m_Queue.push_back(SImpl::SDecoded{const_cast<CKorVideoPacket*>(input), index});
         return true;
     }
     if (!m_p->EnsureDecoder(input)) {
@@ -558,7 +568,6 @@ bool CZorVideoDecompressor::SendPacket(const CKorVideoPacket* input) {
         return false;
     }
     std::memcpy(packet->data, input->GetData(), size);
-    const std::int64_t index = m_p->m_NextIndex++;
     packet->pts = index;
     if (input->GetFrameType() == CKorVideoPacket::I_FRAME) {
         packet->flags |= AV_PKT_FLAG_KEY;
@@ -598,13 +607,20 @@ CKorVideoPacket* CZorVideoDecompressor::Decompress(const CKorVideoPacket* input,
     return frame;
 }
 
-CKorVideoPacket* CZorVideoDecompressor::TakeFrame() {
+CKorVideoPacket* CZorVideoDecompressor::TakeFrame(std::int64_t* inputIndex) {
     if (m_p->m_Queue.empty()) {
         return nullptr;
     }
-    CKorVideoPacket* frame = m_p->m_Queue.front();
+    const SImpl::SDecoded decoded = m_p->m_Queue.front();
     m_p->m_Queue.pop_front();
-    return frame;
+    if (inputIndex) {
+        *inputIndex = decoded.m_Index;
+    }
+    return decoded.m_pFrame;
+}
+
+std::int64_t CZorVideoDecompressor::NextInputIndex() const {
+    return m_p->m_NextIndex;
 }
 
 int CZorVideoDecompressor::QueuedFrames() const {

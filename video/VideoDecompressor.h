@@ -31,6 +31,7 @@
 
 #include "entry/ZorExport.h"
 
+#include <cstdint>
 #include <memory>
 
 class CKorVideoFormat;
@@ -55,8 +56,12 @@ public:
     // Decodes one packet (borrowed), queueing every frame it yields for TakeFrame. Answers false
     // when the packet could not be decoded.
     bool SendPacket(const CKorVideoPacket* input);
-    // The oldest queued frame (one reference for the caller), or nullptr.
-    CKorVideoPacket* TakeFrame();
+    // The oldest queued frame (one reference for the caller), or nullptr. inputIndex, when given,
+    // receives the input index of the packet that carried its picture.
+    CKorVideoPacket* TakeFrame(std::int64_t* inputIndex = nullptr);
+    // The input index the next packet given to SendPacket gets: packets are numbered from 0 in
+    // the order they are sent, so a caller can tell which packet a frame came from.
+    std::int64_t NextInputIndex() const;
     int QueuedFrames() const;
     // Ends the sequence: pictures the codec still holds back are decoded into the queue, and
     // the decoder is ready for a new sequence starting at a key frame.
