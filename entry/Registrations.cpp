@@ -19,6 +19,8 @@
 #include "routing/Synch.h"
 #include "storage/MetaDataReader.h"
 #include "storage/MetaDataWriter.h"
+#include "video/MotionLevelStamper.h"
+#include "video/VideoDecompressorCom.h"
 
 namespace {
 
@@ -77,8 +79,8 @@ zorCJokHlpAutoRegFunction s_Reg51("CreateTextFilter", "&CreateTextFilter", [](CJ
 zorCJokHlpAutoRegFunction s_Reg52("CreateTimestampMixer", "&CreateTimestampMixer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateTimestampMixer"); });
 zorCJokHlpAutoRegFunction s_Reg53("CreateUpdateTimeFilter", "&CUpdateTimeFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateUpdateTimeFilter"); });
 zorCJokHlpAutoRegFunction s_Reg54("CreateVideoCompressor", "&CVideoCompressorCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoCompressor"); });
-zorCJokHlpAutoRegFunction s_Reg55("CreateVideoDecompressor", "&CreateVideoDecompressor", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDecompressor"); });
-zorCJokHlpAutoRegFunction s_Reg56("CreateVideoFilter", "&CVideoFilterCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoFilter"); });
+zorCJokHlpAutoRegFunction s_Reg55("CreateVideoDecompressor", "&CreateVideoDecompressor", &CreateVideoDecompressor);
+zorCJokHlpAutoRegComponentFactory<CVideoFilterCom> s_Reg56("CreateVideoFilter", "&CVideoFilterCom");
 zorCJokHlpAutoRegFunction s_Reg57("CreateGenericVideoProcessingModule", "&CZorVideoProcessingModuleCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGenericVideoProcessingModule"); });
 zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscoder", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoder"); });
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
