@@ -1,5 +1,6 @@
 #include "host/LuaPacket.h"
 
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
 #include "host/HostState.h"
@@ -60,6 +61,8 @@ struct SPacketFields {
     std::optional<long long> m_Seq;
     bool m_HasVideoFormat = false;
     std::string m_Video; // the header and the codec set-up data after it
+    bool m_HasBoxes = false;
+    std::vector<SKorBoundingBox> m_Boxes;
 };
 
 const char* KindName(int kind) {
@@ -137,6 +140,41 @@ void ReadAttributes(lua_State* L, CLuaFields& fields, SPacketFields& out) {
     }
 }
 
+// "boxes": { {left, top, right, bottom [, id]}, ... } as "BBX1" metadata.
+void ReadBoxes(lua_State* L, CLuaFields& fields, SPacketFields& out) {
+    if (!fields.Table("boxes")) {
+        return;
+    }
+    out.m_HasBoxes = true;
+    const lua_Integer count = static_cast<lua_Integer>(lua_rawlen(L, -1));
+    for (lua_Integer i = 1; i <= count && fields.Ok(); ++i) {
+        lua_rawgeti(L, -1, i);
+        const lua_Integer size =
+            lua_type(L, -1) == LUA_TTABLE ? static_cast<lua_Integer>(lua_rawlen(L, -1)) : 0;
+        lua_Integer v[5] = {0, 0, 0, 0, 0};
+        bool ok = size == 4 || size == 5;
+        for (lua_Integer j = 0; ok && j < size; ++j) {
+            lua_rawgeti(L, -1, j + 1);
+            int isInteger = 0;
+            v[j] = lua_tointegerx(L, -1, &isInteger);
+            const lua_Integer limit = j == 4 ? 0xFFFFFFFFLL : 0xFFFF;
+            ok = isInteger && v[j] >= 0 && v[j] <= limit;
+            lua_pop(L, 1);
+        }
+        lua_pop(L, 1);
+        if (!ok) {
+            fields.Fail("boxes " + std::to_string(i) +
+                        ": expected {left, top, right, bottom [, id]} of whole numbers 0..65535");
+            break;
+        }
+        out.m_Boxes.push_back(
+            SKorBoundingBox{static_cast<std::uint16_t>(v[0]), static_cast<std::uint16_t>(v[1]),
+                            static_cast<std::uint16_t>(v[2]), static_cast<std::uint16_t>(v[3]),
+                            static_cast<std::uint32_t>(v[4])});
+    }
+    lua_pop(L, 1);
+}
+
 bool ReadVideoFormat(lua_State* L, int index, std::string* record, std::optional<long long>* seq,
                      std::string* error) {
     CLuaFields fields(L, index, "video format");
@@ -211,7 +249,7 @@ bool ReadFormat(lua_State* L, CLuaFields& fields, SPacketFields& out) {
 bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     CLuaFields fields(L, 1, "zor.packet");
     fields.Allow({"kind", "ts", "tsValid", "rts", "stream", "frameType", "layer", "attributes",
-                  "data", "text", "schema", "time", "scale", "flags", "format"});
+                  "data", "text", "schema", "time", "scale", "flags", "format", "boxes"});
     ReadKind(fields, &out.m_Kind);
     long long ts = 0;
     bool valid = false;
@@ -247,6 +285,7 @@ bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     }
     fields.Integer("layer", &out.m_Layer, kInt32Min, kInt32Max);
     ReadAttributes(L, fields, out);
+    ReadBoxes(L, fields, out);
     fields.String("data", &out.m_Data);
     fields.String("text", &out.m_Text);
     fields.Integer("schema", &out.m_Schema, kInt32Min, kInt32Max);
@@ -290,6 +329,13 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
     packet->SetStreamNo(static_cast<int>(in.m_Stream));
     for (const auto& [number, value] : in.m_Attributes) {
         packet->SetAttribute(number, value);
+    }
+    if (in.m_HasBoxes) {
+        auto* boxes = new CKorBoundingBoxesMD;
+        for (const SKorBoundingBox& box : in.m_Boxes) {
+            boxes->AddBox(box);
+        }
+        packet->SetMetadataHandler(boxes, true);
     }
     CHostState& state = CHostState::Of(L);
     if (in.m_HasAudioFormat) {
@@ -429,6 +475,27 @@ bool PushKindField(lua_State* L, CKorPacket* packet, const std::string& name) {
     return false;
 }
 
+// The "BBX1" boxes as { {left, top, right, bottom, id}, ... }, or nil when there are none.
+void PushBoxes(lua_State* L, const CKorPacket* packet) {
+    const auto* boxes =
+        static_cast<const CKorBoundingBoxesMD*>(packet->FindMetadata(kMetadataBoundingBoxes));
+    if (!boxes) {
+        lua_pushnil(L);
+        return;
+    }
+    lua_createtable(L, boxes->GetBoxCount(), 0);
+    for (int i = 0; i < boxes->GetBoxCount(); ++i) {
+        const SKorBoundingBox& box = boxes->GetBox(i);
+        lua_createtable(L, 5, 0);
+        const lua_Integer values[5] = {box.m_Left, box.m_Top, box.m_Right, box.m_Bottom, box.m_Id};
+        for (int j = 0; j < 5; ++j) {
+            lua_pushinteger(L, values[j]);
+            lua_rawseti(L, -2, j + 1);
+        }
+        lua_rawseti(L, -2, i + 1);
+    }
+}
+
 bool PushCommonField(lua_State* L, CKorPacket* packet, const std::string& name) {
     if (name == "kind") {
         const char* kind = KindName(packet->GetKind());
@@ -443,6 +510,8 @@ bool PushCommonField(lua_State* L, CKorPacket* packet, const std::string& name) 
         lua_pushinteger(L, packet->GetStreamNo());
     } else if (name == "attributes") {
         PushAttributes(L, packet);
+    } else if (name == "boxes") {
+        PushBoxes(L, packet);
     } else if (name == "data") {
         lua_pushlstring(L, reinterpret_cast<const char*>(packet->GetData()),
                         packet->GetData() ? packet->GetDataSize() : 0);
