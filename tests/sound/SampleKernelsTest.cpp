@@ -13,7 +13,9 @@ namespace {
 
 std::vector<unsigned char> Bytes(const std::vector<std::int16_t>& samples, std::size_t offset) {
     std::vector<unsigned char> bytes(offset + 2 * samples.size());
-    std::memcpy(bytes.data() + offset, samples.data(), 2 * samples.size());
+    if (!samples.empty()) {
+        std::memcpy(bytes.data() + offset, samples.data(), 2 * samples.size());
+    }
     return bytes;
 }
 
