@@ -54,7 +54,7 @@ struct SPacketFields {
     WAVEFORMATEX m_Audio{};
     std::optional<long long> m_Seq;
     bool m_HasVideoFormat = false;
-    BITMAPINFOHEADER m_Video{};
+    std::string m_Video; // the header and the codec set-up data after it
 };
 
 const char* KindName(int kind) {
@@ -131,10 +131,10 @@ void ReadAttributes(lua_State* L, CLuaFields& fields, SPacketFields& out) {
     }
 }
 
-bool ReadVideoFormat(lua_State* L, int index, BITMAPINFOHEADER* header,
-                     std::optional<long long>* seq, std::string* error) {
+bool ReadVideoFormat(lua_State* L, int index, std::string* record, std::optional<long long>* seq,
+                     std::string* error) {
     CLuaFields fields(L, index, "video format");
-    fields.Allow({"width", "height", "compression", "bits", "seq"});
+    fields.Allow({"width", "height", "compression", "bits", "seq", "extra"});
     long long width = 0, height = 0, bits = 24, compression = 0, number = 0;
     if (!fields.Integer("width", &width) || !fields.Integer("height", &height)) {
         fields.Fail("width and height are required");
@@ -154,17 +154,25 @@ bool ReadVideoFormat(lua_State* L, int index, BITMAPINFOHEADER* header,
     if (fields.Integer("seq", &number)) {
         *seq = number;
     }
+    std::string extra;
+    fields.String("extra", &extra);
+    if (extra.size() > static_cast<size_t>(CKorVideoFormat::kMaxExtraSize)) {
+        fields.Fail("extra holds at most " + std::to_string(CKorVideoFormat::kMaxExtraSize) +
+                    " bytes");
+    }
     if (!fields.Ok()) {
         *error = fields.Error();
         return false;
     }
-    *header = BITMAPINFOHEADER{};
-    header->biSize = sizeof(BITMAPINFOHEADER);
-    header->biWidth = static_cast<LONG>(width);
-    header->biHeight = static_cast<LONG>(height);
-    header->biPlanes = 1;
-    header->biBitCount = static_cast<WORD>(bits);
-    header->biCompression = static_cast<DWORD>(compression);
+    BITMAPINFOHEADER header{};
+    header.biSize = static_cast<DWORD>(sizeof(BITMAPINFOHEADER) + extra.size());
+    header.biWidth = static_cast<LONG>(width);
+    header.biHeight = static_cast<LONG>(height);
+    header.biPlanes = 1;
+    header.biBitCount = static_cast<WORD>(bits);
+    header.biCompression = static_cast<DWORD>(compression);
+    record->assign(reinterpret_cast<const char*>(&header), sizeof(header));
+    *record += extra;
     return true;
 }
 
@@ -286,9 +294,13 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
         video->SetFrameType(static_cast<int>(in.m_FrameType));
         video->SetLayer(static_cast<int>(in.m_Layer));
         if (in.m_HasVideoFormat) {
-            const long seq = in.m_Seq ? static_cast<long>(*in.m_Seq)
-                                      : state.FormatSeqNumber(&in.m_Video, sizeof(in.m_Video));
-            video->SetBitmapFormat(&in.m_Video, seq, 0);
+            const long seq = in.m_Seq
+                                 ? static_cast<long>(*in.m_Seq)
+                                 : state.FormatSeqNumber(in.m_Video.data(),
+                                                         static_cast<unsigned>(in.m_Video.size()));
+            // The record is the header with its set-up data right after it.
+            video->SetBitmapFormat(reinterpret_cast<const BITMAPINFOHEADER*>(in.m_Video.data()),
+                                   seq, 0);
         }
     }
     return packet;
@@ -343,6 +355,12 @@ void PushVideoFormat(lua_State* L, const CKorVideoPacket* packet) {
     SetIntegerField(L, "compression", header->biCompression);
     SetIntegerField(L, "bits", header->biBitCount);
     SetIntegerField(L, "seq", packet->GetFormatSeqNumber());
+    const CKorVideoFormat* format = packet->GetBitmapFormat();
+    if (format->ExtraSize() > 0) {
+        lua_pushlstring(L, reinterpret_cast<const char*>(format->ExtraData()),
+                        static_cast<size_t>(format->ExtraSize()));
+        lua_setfield(L, -2, "extra");
+    }
 }
 
 void PushAttributes(lua_State* L, const CKorPacket* packet) {
