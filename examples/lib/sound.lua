@@ -10,13 +10,14 @@
 
 local M = {}
 
--- Detector settings that suit speech in 90 ms packets: a short detection average, a baseline
--- from the quietest moment of every second over the last 20 s, events that start after 0.1 s
--- above the trigger and end after half a second below it.
+-- Detector settings that suit speech in 90 ms packets: a short detection average; a baseline from
+-- the quietest moment of every 3 s (longer than most phrases, so each period holds a pause) over
+-- the last 20 s; events that start after 0.1 s above the trigger and end after half a second
+-- below it.
 M.speech_settings = {
     detectionWindow = 0.3,
     baselineWindow = 20,
-    baselineSearchPeriod = 1.0,
+    baselineSearchPeriod = 3.0,
     debounce = 0.1,
     detectSeparation = 0.5,
     multiplierThreshold = 8,
@@ -207,8 +208,8 @@ function M.main_job(input, workdir)
         on_event = function(detected, time)
             print(string.format("sound    %.2f s  sound %s", time, detected and "starts" or "ends"))
         end }
-    print(string.format("sound    %d events in %.2f s of audio; a chime was mixed in at %.2f s: %s",
-        #run.events, run.duration, run.chime_at or -1, chimed))
+    print(string.format("sound    %d sound events in %.2f s of audio; a chime was mixed in at "
+        .. "%.2f s: %s", #run.spans, run.duration, run.chime_at or -1, chimed))
     print("sound    plot of levels, baseline and events: " ..
         M.plot(run, workdir .. "/speech-sound.svg", "Sound detection on the bundled speech"))
     return run

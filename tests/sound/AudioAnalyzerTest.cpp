@@ -20,12 +20,13 @@ using namespace zortest;
 
 namespace {
 
-constexpr double kQuiet = 100;  // level 0.15
-constexpr double kLoud = 8000;  // level 976.6
+constexpr double kQuiet = 100; // level 0.15
+constexpr double kLoud = 8000; // level 976.6
 
 // A packet of 720 samples of one value, at a real time stamp in seconds.
 CKorAudioPacket* Block(double seconds, double value, std::size_t samples = 720) {
-    CKorAudioPacket* packet = MakePcmPacket(0, std::vector<short>(samples, static_cast<short>(value)));
+    CKorAudioPacket* packet =
+        MakePcmPacket(0, std::vector<short>(samples, static_cast<short>(value)));
     packet->SetRealTimeStamp(seconds);
     return packet;
 }
@@ -39,9 +40,8 @@ CKorAudioPacket* MuLawPacket(long formatSeq) {
 }
 
 double Number(CJokGenericData* value) {
-    const double number = value->GetType() == JOKGD_DOUBLE
-                              ? static_cast<CJokGdDouble*>(value)->GetValue()
-                              : -1.0;
+    const double number =
+        value->GetType() == JOKGD_DOUBLE ? static_cast<CJokGdDouble*>(value)->GetValue() : -1.0;
     value->Release();
     return number;
 }

@@ -78,7 +78,7 @@ TEST(LevelAnalyzer, PeakDecaysOnceThenWaitsForTheReloadedCountdown) {
     EXPECT_EQ(analyzer.Peak(), 10000);
     EXPECT_EQ(analyzer.Countdown(), 0.0); // the peak rose: no countdown
     SBlock quiet = Constant(800, 100);
-    Process(analyzer, quiet);            // 0 - 0.1 < 0: decay and reload
+    Process(analyzer, quiet); // 0 - 0.1 < 0: decay and reload
     EXPECT_EQ(analyzer.Peak(), 9500);
     EXPECT_EQ(analyzer.Countdown(), 16000.0);
     EXPECT_EQ(quiet.m_Samples[0], static_cast<std::int16_t>(100 * 20000.0 / 9500));
@@ -129,7 +129,7 @@ TEST(LevelAnalyzer, HugeGainsKeepTheLow16BitsOrGiveZero) {
 
 TEST(LevelAnalyzer, LevelWindowAveragesHalfASecondAndAbsorbsAStepBack) {
     CZorLevelAnalyzer analyzer;
-    SBlock loud = Constant(8, 256);  // level 1
+    SBlock loud = Constant(8, 256);   // level 1
     SBlock louder = Constant(8, 512); // level 4
     Process(analyzer, loud, 7000.0);  // a first block stamped by the clock
     Process(analyzer, louder, 0.25);  // then the stream's own time: the past moves along
@@ -159,11 +159,11 @@ TEST(LevelAnalyzer, GranuleLevelUsesTheSignedHighBytes) {
 }
 
 TEST(LevelAnalyzer, MeterLevelScalesQuietStreamsToAPeakOf80) {
-    EXPECT_EQ(ZorMeterLevel(100.0, 0.9, 40.0), 0.0);      // no whole granule
-    EXPECT_EQ(ZorMeterLevel(30.0, 20.0, 40.0), 1.5);      // at most 1.5: as it is
-    EXPECT_EQ(ZorMeterLevel(200.0, 20.7, 40.0), 20.0);    // 200 / 20 = 10, x 80 / 40
-    EXPECT_EQ(ZorMeterLevel(200.0, 20.0, 80.0), 10.0);    // a peak of 80 or more: as it is
-    EXPECT_EQ(ZorMeterLevel(200.0, 20.0, 0.0), 10.0);     // no peak: as it is
+    EXPECT_EQ(ZorMeterLevel(100.0, 0.9, 40.0), 0.0);   // no whole granule
+    EXPECT_EQ(ZorMeterLevel(30.0, 20.0, 40.0), 1.5);   // at most 1.5: as it is
+    EXPECT_EQ(ZorMeterLevel(200.0, 20.7, 40.0), 20.0); // 200 / 20 = 10, x 80 / 40
+    EXPECT_EQ(ZorMeterLevel(200.0, 20.0, 80.0), 10.0); // a peak of 80 or more: as it is
+    EXPECT_EQ(ZorMeterLevel(200.0, 20.0, 0.0), 10.0);  // no peak: as it is
 }
 
 } // namespace

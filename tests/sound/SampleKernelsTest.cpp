@@ -51,9 +51,7 @@ protected:
         }
     }
     const SZorSampleKernels& Wide() const { return ZorSampleKernelsFor(GetParam()); }
-    const SZorSampleKernels& Reference() const {
-        return ZorSampleKernelsFor(EZorSimdPath::Scalar);
-    }
+    const SZorSampleKernels& Reference() const { return ZorSampleKernelsFor(EZorSimdPath::Scalar); }
 };
 
 TEST_P(SampleKernels, MeasureMatchesReference) {
@@ -110,12 +108,12 @@ INSTANTIATE_TEST_SUITE_P(Paths, SampleKernels,
 // The reference itself, on the values whose handling is a decision.
 TEST(SampleArithmetic, ReferenceTruncatesWrapsAndSaturates) {
     EXPECT_EQ(ZorScaleSample(1000, 30.0), 30000);
-    EXPECT_EQ(ZorScaleSample(-3, 2.5), -7);             // toward zero
-    EXPECT_EQ(ZorScaleSample(1000, 40.0), -25536);      // 40000 wraps, no saturation
-    EXPECT_EQ(ZorMixSample(30000, 30000, 1.0), 32767);  // held at the top
+    EXPECT_EQ(ZorScaleSample(-3, 2.5), -7);            // toward zero
+    EXPECT_EQ(ZorScaleSample(1000, 40.0), -25536);     // 40000 wraps, no saturation
+    EXPECT_EQ(ZorMixSample(30000, 30000, 1.0), 32767); // held at the top
     EXPECT_EQ(ZorMixSample(-30000, -30000, 1.0), -32768);
-    EXPECT_EQ(ZorMixSample(-5, 2, 0.5), 0);             // -0.5 truncates to 0
-    EXPECT_EQ(ZorMixSample(1234, 77, 0.0), 77);         // factor 0: the clip alone
+    EXPECT_EQ(ZorMixSample(-5, 2, 0.5), 0);     // -0.5 truncates to 0
+    EXPECT_EQ(ZorMixSample(1234, 77, 0.0), 77); // factor 0: the clip alone
 }
 
 } // namespace

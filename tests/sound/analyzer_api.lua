@@ -38,7 +38,7 @@ end
 local src, sink = zor.source{}, zor.sink{}
 zor.connect("audio", src, analyzer, sink)
 local function push(rts, value)
-    assert(src.push(zor.packet{ kind = "audio", rts = rts,
+    assert(src.push(zor.packet{ kind = "audio", rts = rts, format = { rate = 8000 },
                                 data = string.rep(string.pack("<i2", value), 720) }))
 end
 push(1.0, 100)
@@ -59,6 +59,7 @@ local meter = zor.CreateAudioAnalyzer{}
 assert(meter.level == 0)
 local src2, sink2 = zor.source{}, zor.sink{}
 zor.connect("audio", src2, meter, sink2)
-src2.push(zor.packet{ kind = "audio", data = string.rep(string.pack("<i2", 0x1000), 720) })
+src2.push(zor.packet{ kind = "audio", format = { rate = 8000 },
+                      data = string.rep(string.pack("<i2", 0x1000), 720) })
 assert(meter.level > 0)
 print("analyzer api: ok")

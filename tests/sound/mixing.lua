@@ -13,7 +13,8 @@ local run = sound.detect{ input = input, output = chimed, chime = true }
 assert(run.chime_at, "an event started the chime")
 local before = codecs.samples(codecs.read_wav(input))
 local after = codecs.samples(codecs.read_wav(chimed))
-local chime = { string.unpack("<" .. string.rep("i2", #sound.chime() // 2), sound.chime()) }
+local chime_data = sound.chime()
+local chime = { string.unpack("<" .. string.rep("i2", #chime_data // 2), chime_data) }
 chime[#chime] = nil -- string.unpack's next position
 assert(#after == #before, "same length")
 local first = math.floor(run.chime_at * 8000 + 0.5) -- the event's packet starts here
