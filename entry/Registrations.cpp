@@ -12,8 +12,11 @@
 #include "analytics/counting/PeopleCountFilter.h"
 #include "analytics/motion/GVMDFilter.h"
 #include "analytics/motion/VMDFilter.h"
+#include "audio/AudioAnalyzer.h"
+#include "audio/AudioAnalyzer2.h"
 #include "audio/AudioDecoderCom.h"
 #include "audio/AudioEncoderCom.h"
+#include "audio/AudioSampleMixer.h"
 #include "entry/Registry.h"
 #include "filters/AdvancedPacketFilter.h"
 #include "filters/AttributeSetter.h"
@@ -31,15 +34,15 @@ namespace {
 // clang-format off
 zorCJokHlpAutoRegFunction s_Reg01("CreateAdvancedPacketFilter", "&CreateAdvancedPacketFilter", &CreateAdvancedPacketFilter);
 zorCJokHlpAutoRegFunction s_Reg02("CreateAttributeSetter", "&CreateAttributeSetter", &CreateAttributeSetter);
-zorCJokHlpAutoRegFunction s_Reg03("CreateAudioAnalyzer2", "&CAudioAnalyzer2Com", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioAnalyzer2"); });
-zorCJokHlpAutoRegFunction s_Reg04("CreateAudioAnalyzer", "&CAudioAnalyzerCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioAnalyzer"); });
+zorCJokHlpAutoRegComponentFactory<CAudioAnalyzer2Com> s_Reg03("CreateAudioAnalyzer2", "&CAudioAnalyzer2Com");
+zorCJokHlpAutoRegComponentFactory<CAudioAnalyzerCom> s_Reg04("CreateAudioAnalyzer", "&CAudioAnalyzerCom");
 zorCJokHlpAutoRegFunction s_Reg05("CreateAudioCodec", "&CAudioCodecCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioCodec"); });
 zorCJokHlpAutoRegFunction s_Reg06("CreateAudioConverter", "&CAudioConverterCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioConverter"); });
 zorCJokHlpAutoRegComponentFactory<CAudioDecoderCom> s_Reg07("CreateAudioDecoder", "&CAudioDecoderCom");
 zorCJokHlpAutoRegComponentFactory<CAudioEncoderCom> s_Reg08("CreateAudioEncoder", "&CAudioEncoderCom");
 zorCJokHlpAutoRegFunction s_Reg09("CreateAudioFmtChoose", "&CAudioFmtChooseCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioFmtChoose"); });
 zorCJokHlpAutoRegFunction s_Reg10("CreateAudioPlayer", "&CAudioPlayerCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioPlayer"); });
-zorCJokHlpAutoRegFunction s_Reg11("CreateAudioSampleMixer", "&CreateAudioSampleMixer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioSampleMixer"); });
+zorCJokHlpAutoRegFunction s_Reg11("CreateAudioSampleMixer", "&CreateAudioSampleMixer", &CreateAudioSampleMixer);
 zorCJokHlpAutoRegFunction s_Reg12("CreateAudioSrc", "&CAudioSrcCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioSrc"); });
 zorCJokHlpAutoRegFunction s_Reg13("IsAudioFullDuplex", "&IsAudioFullDuplexHandler", [](CJokCommandContext* c) { return ZorNotAvailable(c, "IsAudioFullDuplex"); });
 zorCJokHlpAutoRegFunction s_Reg14("CreateDataBuffer", "&CreateDataBuffer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateDataBuffer"); });
