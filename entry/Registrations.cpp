@@ -15,6 +15,7 @@
 #include "routing/Joiner.h"
 #include "routing/Splitter.h"
 #include "routing/Synch.h"
+#include "video/PacketSource.h"
 
 namespace {
 
@@ -82,7 +83,7 @@ zorCJokHlpAutoRegFunction s_Reg60("CreateVMDFilter", "&CVMDFilter", [](CJokComma
 zorCJokHlpAutoRegFunction s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateArchiveVMDFilter"); });
 zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
-zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketSource"); });
+zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", &CreatePacketSource);
 // clang-format on
 
 } // namespace
