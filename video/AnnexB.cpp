@@ -20,10 +20,6 @@ constexpr int kHevcVps = 32;
 constexpr int kHevcSps = 33;
 constexpr int kHevcPps = 34;
 
-// A slice header's fields of interest lie within its first few bytes; this many escaped bytes
-// hold them with room for emulation prevention and long Exp-Golomb codes.
-constexpr std::size_t kHeaderBytes = 48;
-
 // The first start code (00 00 01) at or after p, or end. Skips three bytes whenever the third
 // cannot end a start code, the usual way of scanning coded data for them.
 const std::uint8_t* FindStartCode(const std::uint8_t* p, const std::uint8_t* end) {
@@ -103,30 +99,21 @@ private:
     const std::uint8_t* m_pNalEnd = nullptr;
 };
 
-// Reads bits from the first bytes of a NAL unit's payload with the emulation prevention bytes
-// (00 00 03) taken out. Reading past the end sets the overrun flag and gives zeros.
+// Reads bits from a NAL unit's payload, taking out the emulation prevention bytes (00 00 03) as
+// it goes: only the few bytes a slice header's first fields take are ever looked at. Reading past
+// the end sets the overrun flag and gives zeros.
 class CRbspReader {
 public:
-    CRbspReader(const std::uint8_t* payload, std::size_t size) {
-        int zeros = 0;
-        for (std::size_t i = 0; i < size && m_Size < kHeaderBytes; ++i) {
-            if (zeros >= 2 && payload[i] == 3) {
-                zeros = 0;
-                continue;
-            }
-            zeros = payload[i] == 0 ? zeros + 1 : 0;
-            m_Bytes[m_Size++] = payload[i];
-        }
-    }
+    CRbspReader(const std::uint8_t* payload, std::size_t size)
+        : m_pNext(payload), m_pEnd(payload + size) {}
 
     unsigned Bit() {
-        if (m_Position >= m_Size * 8) {
+        if (m_BitsLeft == 0 && !Load()) {
             m_Overrun = true;
             return 0;
         }
-        const unsigned bit = m_Bytes[m_Position / 8] >> (7 - m_Position % 8) & 1U;
-        ++m_Position;
-        return bit;
+        --m_BitsLeft;
+        return m_Byte >> m_BitsLeft & 1U;
     }
     unsigned Bits(int count) {
         unsigned value = 0;
@@ -149,9 +136,27 @@ public:
     bool Overrun() const { return m_Overrun; }
 
 private:
-    std::uint8_t m_Bytes[kHeaderBytes] = {};
-    std::size_t m_Size = 0;
-    std::size_t m_Position = 0;
+    bool Load() {
+        if (m_pNext == m_pEnd) {
+            return false;
+        }
+        if (m_Zeros >= 2 && *m_pNext == 3) {
+            m_Zeros = 0;
+            if (++m_pNext == m_pEnd) {
+                return false;
+            }
+        }
+        m_Byte = *m_pNext++;
+        m_Zeros = m_Byte == 0 ? m_Zeros + 1 : 0;
+        m_BitsLeft = 8;
+        return true;
+    }
+
+    const std::uint8_t* m_pNext;
+    const std::uint8_t* m_pEnd;
+    unsigned m_Byte = 0;
+    int m_BitsLeft = 0;
+    int m_Zeros = 0;
     bool m_Overrun = false;
 };
 
@@ -321,7 +326,7 @@ std::size_t NalMaxAnnexBSize(std::size_t size, int lengthSize) {
 std::size_t NalWriteAnnexB(const std::uint8_t* data, std::size_t size, int lengthSize,
                            std::uint8_t* out) {
     if (lengthSize == 0) {
-        std::memcpy(out, data, size);
+        std::copy_n(data, size, out); // size may be 0 with no data at all
         return size;
     }
     std::uint8_t* start = out;
