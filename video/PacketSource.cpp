@@ -21,7 +21,7 @@
 
 namespace {
 
-// Seconds: keeps a timer that fires at its due time from finding its packet early.
+// Seconds: far below a frame, far above the rounding of clock arithmetic.
 constexpr double kTimeTolerance = 1e-6;
 // Packets a run at speed 0 delivers before it lets the message loop do other work.
 constexpr long kSlicepackets = 256;
@@ -226,8 +226,9 @@ bool CZorPacketSource::Open(const std::string& url, const SMediaOpenOptions& opt
         static_assert(sizeof(m_AudioRecord) ==
                       sizeof(WAVEFORMATEX) + CKorAudioPacket::kMaxFormatExtra);
         std::memcpy(m_AudioRecord, &format, sizeof(format));
-        std::memcpy(m_AudioRecord + sizeof(format), audio.m_Extra.data(),
-                    std::min<std::size_t>(audio.m_Extra.size(), CKorAudioPacket::kMaxFormatExtra));
+        std::copy_n(audio.m_Extra.begin(),
+                    std::min<std::size_t>(audio.m_Extra.size(), CKorAudioPacket::kMaxFormatExtra),
+                    m_AudioRecord + sizeof(format));
         m_AudioSeqNumber = CKorPacket::GetNewFormatSeqNumber();
     }
     if (m_pDemuxer->IsNetwork()) {
@@ -401,8 +402,10 @@ long CZorPacketSource::Emit(long maxPackets) {
                         m_AnchorDue = m_Out.front().m_Due;
                         m_AnchorPending = false;
                     }
-                    const double due = DueClock(m_Out.front().m_Due);
-                    if (due > BelDoubleTime() + kTimeTolerance) {
+                    // The alarm is set a hair early, so that rounding in the clock's sums can
+                    // never hold a packet back past its due time.
+                    const double due = DueClock(m_Out.front().m_Due) - kTimeTolerance;
+                    if (due > BelDoubleTime()) {
                         SetAlarmAt(due);
                         break;
                     }
@@ -553,7 +556,7 @@ void CZorPacketSource::UseVideoFormat(const SMediaVideoFormat& format) {
         static_cast<DWORD>(format.m_Width) * static_cast<DWORD>(format.m_Height) * 3;
     m_VideoRecord.resize(sizeof(header) + extra);
     std::memcpy(m_VideoRecord.data(), &header, sizeof(header));
-    std::memcpy(m_VideoRecord.data() + sizeof(header), format.m_ExtraData.data(), extra);
+    std::copy_n(format.m_ExtraData.begin(), extra, m_VideoRecord.begin() + sizeof(header));
     CKorVideoFormat* record = CKorVideoPacket::GetVideoFormat(
         reinterpret_cast<const BITMAPINFOHEADER*>(m_VideoRecord.data()),
         CKorPacket::GetNewFormatSeqNumber(), 0);
