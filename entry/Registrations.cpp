@@ -27,6 +27,7 @@
 #include "storage/MetaDataReader.h"
 #include "storage/MetaDataWriter.h"
 #include "video/MotionLevelStamper.h"
+#include "video/PacketSource.h"
 #include "video/VideoDecompressorCom.h"
 
 namespace {
@@ -95,7 +96,7 @@ zorCJokHlpAutoRegComponentFactory<CVMDFilter> s_Reg60("CreateVMDFilter", "&CVMDF
 zorCJokHlpAutoRegComponentFactory<CArchiveVMDFilter> s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter");
 zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
-zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketSource"); });
+zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", &CreatePacketSource);
 // clang-format on
 
 } // namespace
