@@ -15,6 +15,7 @@
 #include "routing/Joiner.h"
 #include "routing/Splitter.h"
 #include "routing/Synch.h"
+#include "video/FrameWriter.h"
 #include "video/MotionLevelStamper.h"
 #include "video/VideoDecompressorCom.h"
 
@@ -82,7 +83,7 @@ zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscod
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
 zorCJokHlpAutoRegFunction s_Reg60("CreateVMDFilter", "&CVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVMDFilter"); });
 zorCJokHlpAutoRegFunction s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateArchiveVMDFilter"); });
-zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
+zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", &CreateVideoDisplay);
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
 zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketSource"); });
 // clang-format on

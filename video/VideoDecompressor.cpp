@@ -204,13 +204,6 @@ int GetPictureBuffer(AVCodecContext* context, AVFrame* frame, int flags) {
     return 0;
 }
 
-// Quiets libavcodec's own console logging once per process: faults reach the diagnostics
-// through this class, once per stream, not as one console line per damaged macroblock.
-void QuietCodecLog() {
-    static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
-}
-
 } // namespace
 
 struct CZorVideoDecompressor::SImpl {
@@ -683,6 +676,11 @@ long CZorVideoDecompressor::FramesDecoded() const {
 
 long CZorVideoDecompressor::ErrorCount() const {
     return m_p->m_Errors;
+}
+
+void CZorVideoDecompressor::QuietCodecLog() {
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
 }
 
 long CZorVideoDecompressor::DirectFrames() const {
