@@ -3,7 +3,7 @@
 #include "entry/Registry.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/PropertyMap.h"
-#include "framework/kor/Metadata.h"
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "video/VideoFrame.h"
 #include "video/core/Drawing.h"

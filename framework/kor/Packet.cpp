@@ -1,5 +1,6 @@
 #include "framework/kor/Packet.h"
 
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/kor/Metadata.h"
 #include "framework/kor/PacketSource.h"
 
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <tuple>
 
 CKorPacket::CKorPacket() = default;
@@ -239,16 +241,16 @@ void CKorAudioPacket::Reset() {
 
 namespace {
 
+// A format's identity: its record bytes (header and set-up data), sequence number and flags.
+// The bytes are viewed, not copied: a stored key views its format's own record, a lookup key
+// the caller's, so finding a shared format allocates nothing.
 struct SVideoFormatKey {
-    BITMAPINFOHEADER m_Header;
+    std::string_view m_Record;
     long m_Seq;
     long m_Flags;
     bool operator<(const SVideoFormatKey& other) const {
-        const int order = std::memcmp(&m_Header, &other.m_Header, sizeof(m_Header));
-        if (order != 0) {
-            return order < 0;
-        }
-        return std::tie(m_Seq, m_Flags) < std::tie(other.m_Seq, other.m_Flags);
+        return std::tie(m_Record, m_Seq, m_Flags) <
+               std::tie(other.m_Record, other.m_Seq, other.m_Flags);
     }
 };
 
@@ -260,6 +262,21 @@ struct SVideoFormats {
 SVideoFormats& VideoFormats() {
     static SVideoFormats* formats = new SVideoFormats; // outlives every packet
     return *formats;
+}
+
+// The set-up data size a header announces, or -1 when biSize is out of range.
+long ExtraSizeOf(const BITMAPINFOHEADER& header) {
+    if (header.biSize <= sizeof(BITMAPINFOHEADER)) {
+        return 0; // older writers leave biSize 0 or 40
+    }
+    const unsigned long extra = header.biSize - sizeof(BITMAPINFOHEADER);
+    return extra <= static_cast<unsigned long>(CKorVideoFormat::kMaxExtraSize)
+               ? static_cast<long>(extra)
+               : -1;
+}
+
+std::string_view RecordOf(const BITMAPINFOHEADER* header, long extraSize) {
+    return {reinterpret_cast<const char*>(header), sizeof(BITMAPINFOHEADER) + extraSize};
 }
 
 } // namespace
@@ -322,23 +339,35 @@ const BITMAPINFOHEADER* CKorVideoPacket::GetBitmapInfo() const {
     return m_pFormat ? &m_pFormat->Header() : nullptr;
 }
 
+CKorVideoFormat::CKorVideoFormat(const BITMAPINFOHEADER* header, long extraSize,
+                                 long formatSeqNumber, long flags)
+    : m_pBytes(new BYTE[sizeof(BITMAPINFOHEADER) + extraSize]), m_ExtraSize(extraSize),
+      m_FormatSeqNumber(formatSeqNumber), m_Flags(flags) {
+    std::memcpy(m_pBytes.get(), header, sizeof(BITMAPINFOHEADER) + extraSize);
+}
+
 CKorVideoFormat* CKorVideoPacket::GetVideoFormat(const BITMAPINFOHEADER* header,
                                                  long formatSeqNumber, long flags) {
     if (!header) {
         return nullptr;
     }
+    const long extraSize = ExtraSizeOf(*header);
+    if (extraSize < 0) {
+        BelDisplayAssert("header->biSize <= 40 + CKorVideoFormat::kMaxExtraSize", __FILE__,
+                         __LINE__);
+        return nullptr;
+    }
     SVideoFormats& formats = VideoFormats();
     std::lock_guard<std::mutex> lock(formats.m_Mutex);
-    const SVideoFormatKey key{*header, formatSeqNumber, flags};
-    CKorVideoFormat*& format = formats.m_Formats[key];
-    if (!format) {
-        format = new CKorVideoFormat;
-        format->m_Header = *header;
-        format->m_FormatSeqNumber = formatSeqNumber;
-        format->m_Flags = flags;
+    const SVideoFormatKey lookup{RecordOf(header, extraSize), formatSeqNumber, flags};
+    auto found = formats.m_Formats.find(lookup);
+    if (found == formats.m_Formats.end()) {
+        auto* format = new CKorVideoFormat(header, extraSize, formatSeqNumber, flags);
+        const SVideoFormatKey key{RecordOf(&format->Header(), extraSize), formatSeqNumber, flags};
+        found = formats.m_Formats.emplace(key, format).first;
     }
-    ++format->m_RefCount;
-    return format;
+    ++found->second->m_RefCount;
+    return found->second;
 }
 
 void CKorVideoPacket::ReleaseVideoFormat(CKorVideoFormat* format) {
@@ -350,8 +379,8 @@ void CKorVideoPacket::ReleaseVideoFormat(CKorVideoFormat* format) {
     if (--format->m_RefCount > 0) {
         return;
     }
-    formats.m_Formats.erase(
-        SVideoFormatKey{format->m_Header, format->m_FormatSeqNumber, format->m_Flags});
+    formats.m_Formats.erase(SVideoFormatKey{RecordOf(&format->Header(), format->m_ExtraSize),
+                                            format->m_FormatSeqNumber, format->m_Flags});
     delete format;
 }
 

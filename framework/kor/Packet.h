@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 class CKorMetadataHandler;
 class CKorPacketPool;
@@ -201,14 +202,16 @@ public:
     int GetLayer() const { return m_Layer; }
     void SetLayer(int layer) { m_Layer = layer; }
 
-    // The format is shared between packets; the packet holds one reference to it.
+    // The format is shared between packets; the packet holds one reference to it. The header
+    // form also keeps the biSize - 40 bytes of set-up data that follow the header in memory.
     void SetBitmapFormat(CKorVideoFormat* format);
     void SetBitmapFormat(const BITMAPINFOHEADER* header, long formatSeqNumber, long flags);
     CKorVideoFormat* GetBitmapFormat() const { return m_pFormat; }
     const BITMAPINFOHEADER* GetBitmapInfo() const;
 
-    // Shared formats: one object per distinct header and sequence number, with a reference
-    // for the caller (released with ReleaseVideoFormat).
+    // Shared formats: one object per distinct header, set-up data (the biSize - 40 bytes after
+    // the header), sequence number and flags, with a reference for the caller (released with
+    // ReleaseVideoFormat).
     static CKorVideoFormat* GetVideoFormat(const BITMAPINFOHEADER* header, long formatSeqNumber,
                                            long flags);
     static void ReleaseVideoFormat(CKorVideoFormat* format);
@@ -244,18 +247,34 @@ private:
     int m_PlaneStride[kMaxPlanes] = {};
 };
 
-// A shared, reference-counted video format record.
+// A shared, reference-counted video format record: a BITMAPINFOHEADER followed, Windows style,
+// by the codec's set-up data (biSize = 40 + its size). The header and the set-up data are one
+// contiguous block, so a decoder can take the record as it is.
 class CKorVideoFormat {
 public:
-    const BITMAPINFOHEADER& Header() const { return m_Header; }
+    // The set-up data a record may carry; a larger biSize is a caller's fault.
+    static constexpr long kMaxExtraSize = 1L << 20;
+
+    const BITMAPINFOHEADER& Header() const {
+        return *reinterpret_cast<const BITMAPINFOHEADER*>(m_pBytes.get());
+    }
+    // The codec set-up data after the header (nullptr when there is none).
+    const BYTE* ExtraData() const {
+        return m_ExtraSize > 0 ? m_pBytes.get() + sizeof(BITMAPINFOHEADER) : nullptr;
+    }
+    long ExtraSize() const { return m_ExtraSize; }
     long FormatSeqNumber() const { return m_FormatSeqNumber; }
     long Flags() const { return m_Flags; }
 
 private:
     friend class CKorVideoPacket;
-    BITMAPINFOHEADER m_Header{};
-    long m_FormatSeqNumber = 0;
-    long m_Flags = 0;
+    CKorVideoFormat(const BITMAPINFOHEADER* header, long extraSize, long formatSeqNumber,
+                    long flags);
+
+    std::unique_ptr<BYTE[]> m_pBytes;
+    long m_ExtraSize;
+    long m_FormatSeqNumber;
+    long m_Flags;
     int m_RefCount = 0;
 };
 

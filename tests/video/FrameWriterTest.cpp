@@ -1,7 +1,7 @@
 #include "video/FrameWriter.h"
 
 #include "framework/bel/BelDiagnostics.h"
-#include "framework/kor/Metadata.h"
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
 #include "tests/video/ClipReader.h"
