@@ -36,6 +36,8 @@ make qcif.ts -f lavfi -i "$(scene 176 144 1 8 24)" "${h264_camera[@]}" -b:v 100k
 make hd.ts -f lavfi -i "$(scene 1920 1080 0.4 80 240)" "${h264_camera[@]}" -b:v 4M
 make cif-mjpeg.avi -f lavfi -i "$(scene 352 288 1 16 48)" -c:v mjpeg -q:v 4 -pix_fmt yuvj420p
 make cif-mjpeg422.avi -f lavfi -i "$(scene 352 288 1 16 48)" -c:v mjpeg -q:v 4 -pix_fmt yuvj422p
+# H.264 as a file muxer stores it: parameter sets only in the set-up data, lengths not start codes.
+make qcif-avcc.mkv -f lavfi -i "$(scene 176 144 1 8 24)" "${h264_camera[@]}" -b:v 100k
 make small-mpeg4.avi -f lavfi -i "$(scene 174 98 1 8 24)" -c:v mpeg4 -q:v 4 -pix_fmt yuv420p
 
 if [ "$mode" = bench ]; then
