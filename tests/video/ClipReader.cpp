@@ -60,9 +60,9 @@ CClipPackets::CClipPackets(const std::string& file) {
         std::memcpy(record.data() + sizeof(header), parameters->extradata,
                     static_cast<size_t>(parameters->extradata_size));
     }
-    CKorVideoFormat* format = CKorVideoPacket::GetVideoFormat(
-        reinterpret_cast<const BITMAPINFOHEADER*>(record.data()),
-        CKorPacket::GetNewFormatSeqNumber(), 0);
+    CKorVideoFormat* format =
+        CKorVideoPacket::GetVideoFormat(reinterpret_cast<const BITMAPINFOHEADER*>(record.data()),
+                                        CKorPacket::GetNewFormatSeqNumber(), 0);
 
     AVPacket* packet = av_packet_alloc();
     while (av_read_frame(input, packet) >= 0) {

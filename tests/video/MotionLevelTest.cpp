@@ -145,6 +145,19 @@ TEST(MotionLevelStamper, AWalkingFigureRaisesTheLevelAndAnEmptySceneDoesNot) {
     }
 }
 
+// The bundled real footage: the footpath, where people walk throughout, against the lawn below
+// it, where nobody does (the same camera's noise and coding).
+TEST(MotionLevelStamper, RealFootageRaisesItWherePeopleWalkOnly) {
+    zortest::CTestSink pathSink;
+    zortest::CTestSink lawnSink;
+    std::vector<int> path = StampedLevels("footpath.ts", 1, pathSink);
+    const std::vector<int> lawn = StampedLevels("lawn.ts", 1, lawnSink);
+    ASSERT_EQ(path.size(), 300u);
+    EXPECT_EQ(*std::max_element(lawn.begin(), lawn.end()), 0);
+    std::sort(path.begin() + 1, path.end());
+    EXPECT_GE(path[30], 8) << "nine in ten pictures of several walkers reach 8";
+}
+
 TEST(MotionLevelStamper, ReorderingAndThreadsGiveTheSameLevelsInPacketOrder) {
     zortest::CTestSink one;
     zortest::CTestSink three;
