@@ -26,6 +26,7 @@
 #include "routing/Synch.h"
 #include "storage/MetaDataReader.h"
 #include "storage/MetaDataWriter.h"
+#include "video/FrameWriter.h"
 #include "video/MotionLevelStamper.h"
 #include "video/PacketSource.h"
 #include "video/VideoDecompressorCom.h"
@@ -94,7 +95,7 @@ zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscod
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
 zorCJokHlpAutoRegComponentFactory<CVMDFilter> s_Reg60("CreateVMDFilter", "&CVMDFilter");
 zorCJokHlpAutoRegComponentFactory<CArchiveVMDFilter> s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter");
-zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
+zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", &CreateVideoDisplay);
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
 zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", &CreatePacketSource);
 // clang-format on
