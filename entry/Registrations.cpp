@@ -6,6 +6,8 @@
 // A row whose component this build does not contain registers a function that reports
 // "<creation name>: not available in this build"; each component replaces its row with its real
 // creation function.
+#include "analytics/motion/GVMDFilter.h"
+#include "analytics/motion/VMDFilter.h"
 #include "audio/AudioDecoderCom.h"
 #include "audio/AudioEncoderCom.h"
 #include "entry/Registry.h"
@@ -15,6 +17,10 @@
 #include "routing/Joiner.h"
 #include "routing/Splitter.h"
 #include "routing/Synch.h"
+#include "storage/MetaDataReader.h"
+#include "storage/MetaDataWriter.h"
+#include "video/MotionLevelStamper.h"
+#include "video/VideoDecompressorCom.h"
 
 namespace {
 
@@ -39,16 +45,16 @@ zorCJokHlpAutoRegFunction s_Reg17("CreateFrameDataFilter", "&CreateFrameDataFilt
 zorCJokHlpAutoRegFunction s_Reg18("CreateGapDetector", "&CreateGapDetector", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGapDetector"); });
 zorCJokHlpAutoRegFunction s_Reg19("CreateGapDetector2", "&CreateGapDetector2", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGapDetector2"); });
 zorCJokHlpAutoRegFunction s_Reg20("CreateGPSFilter", "&CreateGPSFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGPSFilter"); });
-zorCJokHlpAutoRegFunction s_Reg21("CreateGVMDFilter", "&CZorGVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGVMDFilter"); });
-zorCJokHlpAutoRegFunction s_Reg22("CreateArchiveGVMDFilter", "&CZorArchiveGVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateArchiveGVMDFilter"); });
+zorCJokHlpAutoRegComponentFactory<CZorGVMDFilter> s_Reg21("CreateGVMDFilter", "&CZorGVMDFilter");
+zorCJokHlpAutoRegComponentFactory<CZorArchiveGVMDFilter> s_Reg22("CreateArchiveGVMDFilter", "&CZorArchiveGVMDFilter");
 zorCJokHlpAutoRegFunction s_Reg23("CreateImageDecoder", "&CImageDecoder", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateImageDecoder"); });
 zorCJokHlpAutoRegFunction s_Reg24("CreateImageFilter", "&CreateImageFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateImageFilter"); });
 zorCJokHlpAutoRegFunction s_Reg25("CreateJoiner", "&CreateJoiner", &CreateJoiner);
 zorCJokHlpAutoRegFunction s_Reg26("CreateLODFilter", "&CZorLODFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateLODFilter"); });
 zorCJokHlpAutoRegFunction s_Reg27("CreateBuffer", "&CreateBuffer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateBuffer"); });
 zorCJokHlpAutoRegFunction s_Reg28("CreateLossyBuffer", "&CreateLossyBuffer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateLossyBuffer"); });
-zorCJokHlpAutoRegFunction s_Reg29("CreateMetaDataWriter", "&CreateMetaDataWriter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateMetaDataWriter"); });
-zorCJokHlpAutoRegFunction s_Reg30("CreateMetaDataReader", "&CreateMetaDataReader", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateMetaDataReader"); });
+zorCJokHlpAutoRegFunction s_Reg29("CreateMetaDataWriter", "&CreateMetaDataWriter", &CreateMetaDataWriter);
+zorCJokHlpAutoRegFunction s_Reg30("CreateMetaDataReader", "&CreateMetaDataReader", &CreateMetaDataReader);
 zorCJokHlpAutoRegFunction s_Reg31("CreateMultiplexer", "&CreateMultiplexer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateMultiplexer"); });
 zorCJokHlpAutoRegFunction s_Reg32("CreatePeopleCountFilter", "&CreatePeopleCountFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePeopleCountFilter"); });
 zorCJokHlpAutoRegFunction s_Reg33("CreateExitBlockingFilter", "&CreateExitBlockingFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateExitBlockingFilter"); });
@@ -73,13 +79,13 @@ zorCJokHlpAutoRegFunction s_Reg51("CreateTextFilter", "&CreateTextFilter", [](CJ
 zorCJokHlpAutoRegFunction s_Reg52("CreateTimestampMixer", "&CreateTimestampMixer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateTimestampMixer"); });
 zorCJokHlpAutoRegFunction s_Reg53("CreateUpdateTimeFilter", "&CUpdateTimeFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateUpdateTimeFilter"); });
 zorCJokHlpAutoRegFunction s_Reg54("CreateVideoCompressor", "&CVideoCompressorCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoCompressor"); });
-zorCJokHlpAutoRegFunction s_Reg55("CreateVideoDecompressor", "&CreateVideoDecompressor", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDecompressor"); });
-zorCJokHlpAutoRegFunction s_Reg56("CreateVideoFilter", "&CVideoFilterCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoFilter"); });
+zorCJokHlpAutoRegFunction s_Reg55("CreateVideoDecompressor", "&CreateVideoDecompressor", &CreateVideoDecompressor);
+zorCJokHlpAutoRegComponentFactory<CVideoFilterCom> s_Reg56("CreateVideoFilter", "&CVideoFilterCom");
 zorCJokHlpAutoRegFunction s_Reg57("CreateGenericVideoProcessingModule", "&CZorVideoProcessingModuleCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGenericVideoProcessingModule"); });
 zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscoder", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoder"); });
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
-zorCJokHlpAutoRegFunction s_Reg60("CreateVMDFilter", "&CVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVMDFilter"); });
-zorCJokHlpAutoRegFunction s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateArchiveVMDFilter"); });
+zorCJokHlpAutoRegComponentFactory<CVMDFilter> s_Reg60("CreateVMDFilter", "&CVMDFilter");
+zorCJokHlpAutoRegComponentFactory<CArchiveVMDFilter> s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter");
 zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
 zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketSource"); });

@@ -30,12 +30,6 @@ CKorMetadataHandler* CKorAspectRatioMD::CloneOne() const {
     return copy;
 }
 
-CKorMetadataHandler* CKorBoundingBoxesMD::CloneOne() const {
-    auto* copy = new CKorBoundingBoxesMD;
-    copy->m_Boxes = m_Boxes;
-    return copy;
-}
-
 CKorMetadataHandler* CKorGeneralDataMD::CloneOne() const {
     auto* copy = new CKorGeneralDataMD(GetType());
     copy->m_Data = m_Data;
