@@ -8,6 +8,7 @@
 // creation function.
 #include "analytics/motion/GVMDFilter.h"
 #include "analytics/motion/VMDFilter.h"
+#include "analytics/tracking/ObjectTracking.h"
 #include "audio/AudioDecoderCom.h"
 #include "audio/AudioEncoderCom.h"
 #include "entry/Registry.h"
@@ -58,7 +59,7 @@ zorCJokHlpAutoRegFunction s_Reg30("CreateMetaDataReader", "&CreateMetaDataReader
 zorCJokHlpAutoRegFunction s_Reg31("CreateMultiplexer", "&CreateMultiplexer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateMultiplexer"); });
 zorCJokHlpAutoRegFunction s_Reg32("CreatePeopleCountFilter", "&CreatePeopleCountFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePeopleCountFilter"); });
 zorCJokHlpAutoRegFunction s_Reg33("CreateExitBlockingFilter", "&CreateExitBlockingFilter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateExitBlockingFilter"); });
-zorCJokHlpAutoRegFunction s_Reg34("CreateObjectTrackingModule", "&CZorObjectTrackingModuleCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateObjectTrackingModule"); });
+zorCJokHlpAutoRegComponentFactory<CZorObjectTrackingModuleCom> s_Reg34("CreateObjectTrackingModule", "&CZorObjectTrackingModuleCom");
 zorCJokHlpAutoRegFunction s_Reg35("CreatePacketChainer", "&CreatePacketChainer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketChainer"); });
 zorCJokHlpAutoRegFunction s_Reg36("CreatePacketDataReader", "&CreatePacketDataReader", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketDataReader"); });
 zorCJokHlpAutoRegFunction s_Reg37("CreatePacketDataWriter", "&CreatePacketDataWriter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketDataWriter"); });

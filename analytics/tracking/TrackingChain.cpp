@@ -2,6 +2,16 @@
 
 #include "analytics/image/BeluiBitmapOps.h"
 
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// The block level up to which the output shows the picture (see RenderOutput).
+constexpr int kPictureLevel = 16;
+
+} // namespace
+
 bool CZorTrackingChain::HasShape(int width, int height) const {
     const SBeluiBitmap& b = m_Background.Bitmap();
     return !b.IsEmpty() && b.m_Width == width && b.m_Height == height;
@@ -56,7 +66,37 @@ bool CZorTrackingChain::RenderOutput(const SBeluiBitmap& frame, const SBeluiBitm
     }
     return BeluiBitmapSubtractFrom(out, m_Background.Bitmap(), frame, 3) &&
            BeluiBitmapMaskThreshold(out, frame, out, 2, 2) &&
-           BeluiBitmapMask(out, frame, m_BlockMask, 16);
+           BeluiBitmapMask(out, frame, m_BlockMask, kPictureLevel);
+}
+
+bool CZorTrackingChain::RenderChroma(const SBeluiBitmap& frameChroma,
+                                     const SBeluiBitmap& out) const {
+    if (IsEmpty() || frameChroma.IsEmpty() || out.IsEmpty() || frameChroma.m_Width != out.m_Width ||
+        frameChroma.m_Height != out.m_Height ||
+        frameChroma.m_Height != (Background().m_Height + 1) / 2 ||
+        frameChroma.m_Width < Background().m_Width) {
+        return false;
+    }
+    // A chroma pair covers two luma columns and two luma rows, and its two samples sit in the
+    // luma columns they cover: chroma columns map to luma columns one to one, chroma rows to
+    // pairs of luma rows.
+    const CBelui2DDWMask& mask = m_BlockMask;
+    const int bw = mask.BlockWidth();
+    for (int r = 0; r < out.m_Height; ++r) {
+        const int by = std::min(2 * r, Background().m_Height - 1) / mask.BlockHeight();
+        const std::uint8_t* in = frameChroma.Row(r);
+        std::uint8_t* row = out.Row(r);
+        for (int bx = 0; bx < mask.BlocksAcross(); ++bx) {
+            const int x0 = bx * bw;
+            const int x1 = bx + 1 == mask.BlocksAcross() ? out.m_Width : x0 + bw;
+            if (mask.IsOpen(bx, by, kPictureLevel)) {
+                std::memcpy(row + x0, in + x0, static_cast<std::size_t>(x1 - x0));
+            } else {
+                std::memset(row + x0, 128, static_cast<std::size_t>(x1 - x0));
+            }
+        }
+    }
+    return true;
 }
 
 void CZorTrackingChain::GetBoxes(std::vector<SBeluiRect>& out) const {

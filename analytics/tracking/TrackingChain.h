@@ -46,6 +46,10 @@ public:
     // three times where it is large against the picture's own brightness, else the picture at a
     // quarter of its brightness.
     bool RenderOutput(const SBeluiBitmap& frame, const SBeluiBitmap& out) const;
+    // The colour of the processed image, for frames with a chroma plane at half resolution both
+    // ways (two samples a pair, as NV12): the frame's colour where RenderOutput shows the
+    // picture, neutral grey (128) where it shows the change.
+    bool RenderChroma(const SBeluiBitmap& frameChroma, const SBeluiBitmap& out) const;
     // The foreground blocks as pixel rectangles, one per block, top-down coordinates.
     void GetBoxes(std::vector<SBeluiRect>& out) const;
 
