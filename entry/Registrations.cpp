@@ -9,6 +9,7 @@
 #include "analytics/motion/GVMDFilter.h"
 #include "analytics/motion/VMDFilter.h"
 #include "analytics/tracking/ObjectTracking.h"
+#include "analytics/tracking/VideoProcessingModule.h"
 #include "audio/AudioDecoderCom.h"
 #include "audio/AudioEncoderCom.h"
 #include "entry/Registry.h"
@@ -82,7 +83,7 @@ zorCJokHlpAutoRegFunction s_Reg53("CreateUpdateTimeFilter", "&CUpdateTimeFilter"
 zorCJokHlpAutoRegFunction s_Reg54("CreateVideoCompressor", "&CVideoCompressorCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoCompressor"); });
 zorCJokHlpAutoRegFunction s_Reg55("CreateVideoDecompressor", "&CreateVideoDecompressor", &CreateVideoDecompressor);
 zorCJokHlpAutoRegComponentFactory<CVideoFilterCom> s_Reg56("CreateVideoFilter", "&CVideoFilterCom");
-zorCJokHlpAutoRegFunction s_Reg57("CreateGenericVideoProcessingModule", "&CZorVideoProcessingModuleCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGenericVideoProcessingModule"); });
+zorCJokHlpAutoRegComponentFactory<CZorVideoProcessingModuleCom> s_Reg57("CreateGenericVideoProcessingModule", "&CZorVideoProcessingModuleCom");
 zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscoder", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoder"); });
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
 zorCJokHlpAutoRegComponentFactory<CVMDFilter> s_Reg60("CreateVMDFilter", "&CVMDFilter");
