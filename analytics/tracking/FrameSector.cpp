@@ -93,28 +93,42 @@ void CZorFrameSector::CalcDiffAccumulatePixelDiff(const unsigned char* a, const 
     }
 }
 
+bool CZorFrameSector::AddExactly(float& acc, long long total) {
+    // Every add of a feed is a whole, non-negative number: while the accumulator holds a whole
+    // number and the sum stays below 2^24, each add is exact, so one add of the total gives the
+    // float the adds one by one would.
+    constexpr float kExact = 16777216.0f;
+    const bool whole =
+        acc > -kExact && acc < kExact && static_cast<float>(static_cast<long>(acc)) == acc;
+    if (!whole || total < 0 || static_cast<double>(acc) + static_cast<double>(total) >= kExact) {
+        return false;
+    }
+    acc += static_cast<float>(total);
+    return true;
+}
+
 void CZorFrameSector::CalcDiffIncrPixelCountRow(const unsigned char* a, const unsigned char* b,
                                                 int count, int stride, int kind, int isShort) {
+    long long changed = 0;
+    const unsigned char* pa = a;
+    const unsigned char* pb = b;
     if (kind == 1 && m_pValueTable) {
-        // Counting adds ones: while the accumulator holds a whole number and the total stays
-        // below 2^24 every add is exact, so one add of the count gives the same float.
-        float& acc = Accumulator(isShort);
         const int* table = m_pValueTable;
         const float threshold = m_PixelThreshold;
-        int changed = 0;
-        for (int i = 0; i < count; ++i, a += stride, b += stride) {
-            changed += static_cast<float>(std::abs(table[*a] - table[*b])) > threshold;
+        for (int i = 0; i < count; ++i, pa += stride, pb += stride) {
+            changed += static_cast<float>(std::abs(table[*pa] - table[*pb])) > threshold;
         }
-        constexpr float kExact = 16777216.0f;
-        const bool whole =
-            acc > -kExact && acc < kExact && static_cast<float>(static_cast<long>(acc)) == acc;
-        if (whole && acc + static_cast<float>(changed) < kExact) {
-            acc += static_cast<float>(changed);
-            return;
+    } else if (kind == 3) {
+        const float threshold = m_PixelThreshold;
+        for (int i = 0; i < count; ++i, pa += stride, pb += stride) {
+            changed += static_cast<float>(std::abs(pa[0] - pb[0])) > threshold &&
+                       static_cast<float>(std::abs(pa[1] - pb[1])) > threshold &&
+                       static_cast<float>(std::abs(pa[2] - pb[2])) > threshold;
         }
-        for (int i = 0; i < changed; ++i) {
-            acc += 1.0f;
-        }
+    } else {
+        changed = -1; // the per-pixel path below
+    }
+    if (AddExactly(Accumulator(isShort), changed)) {
         return;
     }
     for (int i = 0; i < count; ++i, a += stride, b += stride) {
@@ -124,6 +138,24 @@ void CZorFrameSector::CalcDiffIncrPixelCountRow(const unsigned char* a, const un
 
 void CZorFrameSector::CalcDiffAccumulatePixelDiffRow(const unsigned char* a, const unsigned char* b,
                                                      int count, int stride, int kind, int isShort) {
+    long long total = 0;
+    const unsigned char* pa = a;
+    const unsigned char* pb = b;
+    if (kind == 1 && m_pValueTable) {
+        const int* table = m_pValueTable;
+        for (int i = 0; i < count; ++i, pa += stride, pb += stride) {
+            total += std::llabs(static_cast<long long>(table[*pa]) - table[*pb]);
+        }
+    } else if (kind == 3) {
+        for (int i = 0; i < count; ++i, pa += stride, pb += stride) {
+            total += std::abs(pa[0] - pb[0]) + std::abs(pa[1] - pb[1]) + std::abs(pa[2] - pb[2]);
+        }
+    } else {
+        total = -1;
+    }
+    if (AddExactly(Accumulator(isShort), total)) {
+        return;
+    }
     for (int i = 0; i < count; ++i, a += stride, b += stride) {
         CalcDiffAccumulatePixelDiff(a, b, kind, isShort);
     }

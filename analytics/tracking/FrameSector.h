@@ -92,6 +92,9 @@ private:
     void UpdateLongAverage();
     int UpdateShortAverage();
     float& Accumulator(int isShort) { return isShort != 0 ? m_SDiff : m_LDiff; }
+    // Adds a row's whole total at once when that gives the same float as adding its parts one
+    // by one; answers false (adding nothing) otherwise.
+    static bool AddExactly(float& acc, long long total);
 
     [[maybe_unused]] int m_Reserved = 1; // kept for the layout other modules were built against
     float m_LDiff = 0.0f;

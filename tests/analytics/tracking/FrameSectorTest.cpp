@@ -76,20 +76,32 @@ TEST(FrameSector, RowFeedsEqualPixelFeeds) {
         a[i] = static_cast<unsigned char>(random());
         b[i] = static_cast<unsigned char>(a[i] + random() % 40);
     }
+    // Fresh accumulators, one near 2^24 (where floats stop holding every whole number) and one
+    // holding a fraction: the row calls must match the per-pixel calls in every case.
     for (int kind : {1, 3}) {
-        const int stride = kind == 3 ? 3 : 2;
-        const int count = static_cast<int>(a.size()) / stride;
-        CZorFrameSector one(10, 0, 5, 20, 17.5f, Identity()), row(10, 0, 5, 20, 17.5f, Identity());
-        for (int i = 0; i < count; ++i) {
-            one.CalcDiffIncrPixelCount(&a[static_cast<std::size_t>(i * stride)],
-                                       &b[static_cast<std::size_t>(i * stride)], kind, 1);
-            one.CalcDiffAccumulatePixelDiff(&a[static_cast<std::size_t>(i * stride)],
-                                            &b[static_cast<std::size_t>(i * stride)], kind, 0);
+        for (int start : {0, 16777000, -1}) {
+            const int stride = kind == 3 ? 3 : 2;
+            const int count = static_cast<int>(a.size()) / stride;
+            CZorFrameSector one(10, 0, 5, 20, 17.5f, Identity());
+            CZorFrameSector row(10, 0, 5, 20, 17.5f, Identity());
+            for (CZorFrameSector* s : {&one, &row}) {
+                Load(*s, start < 0 ? 7 : start, 1);
+                Load(*s, start < 0 ? 7 : start, 0);
+                if (start < 0) {
+                    s->CalcDiffIncrPixelCount(3, 1, 1); // 700 / 3
+                    s->CalcDiffIncrPixelCount(3, 1, 0);
+                }
+            }
+            for (int i = 0; i < count; ++i) {
+                const auto at = static_cast<std::size_t>(i * stride);
+                one.CalcDiffIncrPixelCount(&a[at], &b[at], kind, 1);
+                one.CalcDiffAccumulatePixelDiff(&a[at], &b[at], kind, 0);
+            }
+            row.CalcDiffIncrPixelCountRow(a.data(), b.data(), count, stride, kind, 1);
+            row.CalcDiffAccumulatePixelDiffRow(a.data(), b.data(), count, stride, kind, 0);
+            EXPECT_EQ(one.GetSDiff(), row.GetSDiff()) << kind << " " << start;
+            EXPECT_EQ(one.GetLDiff(), row.GetLDiff()) << kind << " " << start;
         }
-        row.CalcDiffIncrPixelCountRow(a.data(), b.data(), count, stride, kind, 1);
-        row.CalcDiffAccumulatePixelDiffRow(a.data(), b.data(), count, stride, kind, 0);
-        EXPECT_EQ(one.GetSDiff(), row.GetSDiff()) << kind;
-        EXPECT_EQ(one.GetLDiff(), row.GetLDiff()) << kind;
     }
 }
 
