@@ -17,13 +17,18 @@ using namespace zorarchive;
 
 namespace {
 
-// A fresh file name in a directory of the test's own.
-std::string Scratch(const char* name) {
+// A directory of the test program's own.
+const std::string& ScratchDir() {
     static const std::string dir = [] {
         std::string pattern = ::testing::TempDir() + "zor-archive-XXXXXX";
         return std::string(mkdtemp(pattern.data()));
     }();
-    const std::string path = dir + "/" + name;
+    return dir;
+}
+
+// A fresh file name in it.
+std::string Scratch(const char* name) {
+    const std::string path = ScratchDir() + "/" + name;
     for (const char* suffix : {"", "-wal", "-shm"}) {
         std::remove((path + suffix).c_str());
     }
@@ -186,7 +191,7 @@ TEST(ArchiveStore, ACrashedWriterLeavesEveryCommittedBatch) {
 
 TEST(ArchiveStore, UnusableFilesAreRefusedWithAReason) {
     std::string error;
-    const std::string dir = Scratch("");
+    const std::string& dir = ScratchDir();
     const auto expectRefused = [&](const std::string& path, CArchiveDatabase::EMode mode,
                                    const char* reason) {
         CArchiveDatabase db;
