@@ -1,6 +1,6 @@
 // The archive's row codecs and database layer alone.
-#include "storage/ArchiveRows.h"
 #include "storage/ArchiveStore.h"
+#include "storage/ArchiveRows.h"
 
 #include <gtest/gtest.h>
 
@@ -158,7 +158,8 @@ TEST(ArchiveStore, TheCursorRangesCountsAndStepsBack) {
     }
     EXPECT_FALSE(cursor.StepBack()); // only so much history is kept
     EXPECT_TRUE(cursor.Advance());
-    EXPECT_EQ(cursor.Current()->m_Time, 1000 - 10 * static_cast<int>(CArchiveCursor::kHistory) + 10);
+    EXPECT_EQ(cursor.Current()->m_Time,
+              1000 - 10 * static_cast<int>(CArchiveCursor::kHistory) + 10);
 }
 
 TEST(ArchiveStore, ACrashedWriterLeavesEveryCommittedBatch) {
@@ -212,8 +213,9 @@ TEST(ArchiveStore, UnusableFilesAreRefusedWithAReason) {
     sqlite3_open(foreign.c_str(), &other);
     sqlite3_exec(other, "CREATE TABLE songs (title TEXT)", nullptr, nullptr, nullptr);
     sqlite3_close(other);
-    expectRefused(foreign, CArchiveDatabase::WRITE, "not a metadata archive (a database of "
-                                                    "another kind, with tables songs)");
+    expectRefused(foreign, CArchiveDatabase::WRITE,
+                  "not a metadata archive (a database of "
+                  "another kind, with tables songs)");
 
     const std::string empty = Scratch("empty.db");
     sqlite3_open(empty.c_str(), &other);
