@@ -131,3 +131,6 @@ end
 if not arg[2] then
     os.remove(output)
 end
+
+-- 6. Capture and playback, with a WAV file standing in for the sound card.
+dofile(here .. "/lib/capture.lua").run(input)
