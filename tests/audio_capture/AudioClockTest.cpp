@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <string>
 #include <vector>
 
 namespace {
@@ -93,6 +94,10 @@ struct SDriftCase {
     double m_Bound; // ms
 };
 
+std::string DriftName(const ::testing::TestParamInfo<SDriftCase>& info) {
+    return info.param.m_RateError > 0 ? "Fast" : "Slow";
+}
+
 class AudioClockDrift : public ::testing::TestWithParam<SDriftCase> {};
 
 TEST_P(AudioClockDrift, StampsStayWithinAFewMillisecondsOfTheTruth) {
@@ -113,7 +118,8 @@ TEST_P(AudioClockDrift, StampsStayWithinAFewMillisecondsOfTheTruth) {
     EXPECT_EQ(run.m_Jumps, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(FastAndSlow, AudioClockDrift,
-                         ::testing::Values(SDriftCase{0.005, 1.0}, SDriftCase{-0.005, 7.5}));
+INSTANTIATE_TEST_SUITE_P(DeviceClock, AudioClockDrift,
+                         ::testing::Values(SDriftCase{0.005, 1.0}, SDriftCase{-0.005, 7.5}),
+                         DriftName);
 
 } // namespace

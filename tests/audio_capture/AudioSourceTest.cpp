@@ -120,6 +120,10 @@ struct SDriftCase {
     double m_Bound; // ms
 };
 
+std::string DriftName(const ::testing::TestParamInfo<SDriftCase>& info) {
+    return info.param.m_RateError > 0 ? "Fast" : "Slow";
+}
+
 class AudioSourceDrift : public AudioSourceTest, public ::testing::WithParamInterface<SDriftCase> {
 };
 
@@ -144,8 +148,9 @@ TEST_P(AudioSourceDrift, StampsFollowTheTrueTimeWithinAFewMilliseconds) {
     EXPECT_EQ(Dumps().find("Correct Audio time"), std::string::npos);
 }
 
-INSTANTIATE_TEST_SUITE_P(FastAndSlow, AudioSourceDrift,
-                         ::testing::Values(SDriftCase{0.005, 2.0}, SDriftCase{-0.005, 8.0}));
+INSTANTIATE_TEST_SUITE_P(DeviceClock, AudioSourceDrift,
+                         ::testing::Values(SDriftCase{0.005, 2.0}, SDriftCase{-0.005, 8.0}),
+                         DriftName);
 
 TEST_F(AudioSourceTest, PrologueOverwritesTheStartAndEpilogueEndsTheRecording) {
     CVirtualClockScope clock;

@@ -146,8 +146,10 @@ snd_pcm_sframes_t Transfer(snd_pcm_ioplug_t* io, const snd_pcm_channel_area_t* a
     auto* out = static_cast<unsigned char*>(areas[0].addr) + (areas[0].first + areas[0].step * offset) / 8;
     const std::size_t bytes = size * frame;
     const std::size_t copy = std::min(bytes, d->m_Input.size() - d->m_InputPos);
-    std::memcpy(out, d->m_Input.data() + d->m_InputPos, copy);
-    d->m_InputPos += copy;
+    if (copy > 0) {
+        std::memcpy(out, d->m_Input.data() + d->m_InputPos, copy);
+        d->m_InputPos += copy;
+    }
     std::memset(out + copy, io->format == SND_PCM_FORMAT_U8 ? 0x80 : 0, bytes - copy);
     return static_cast<snd_pcm_sframes_t>(size);
 }
