@@ -6,6 +6,7 @@
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
+#include "framework/jok/Property.h"
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
@@ -23,17 +24,26 @@ CZorAdvancedPacketFilter::~CZorAdvancedPacketFilter() {
     KillAlarm();
 }
 
-bool CZorAdvancedPacketFilter::SetFilter(std::string_view text) {
+bool CZorAdvancedPacketFilter::SetFilter(std::string_view text, std::string* failure) {
     CZorPacketVocabulary::SCompiled compiled;
     bool ok = true;
     if (!text.empty()) {
         std::string messages;
         ok = m_Vocabulary.CompileScript(text, &compiled, &messages);
-        size_t start = 0;
-        while (start < messages.size()) {
-            const size_t end = std::min(messages.find('\n', start), messages.size());
-            BelDump("%.*s\n", static_cast<int>(end - start), messages.data() + start);
-            start = end + 1;
+        if (!ok && failure) {
+            // The caller tells the script author; one line, the messages joined.
+            failure->clear();
+            for (char c : messages)
+                *failure += c == '\n' ? "; " : std::string(1, c);
+            while (failure->size() >= 2 && failure->compare(failure->size() - 2, 2, "; ") == 0)
+                failure->resize(failure->size() - 2);
+        } else {
+            size_t start = 0;
+            while (start < messages.size()) {
+                const size_t end = std::min(messages.find('\n', start), messages.size());
+                BelDump("%.*s\n", static_cast<int>(end - start), messages.data() + start);
+                start = end + 1;
+            }
         }
     }
     m_FilterText = ok ? std::string(text) : std::string();
@@ -217,7 +227,10 @@ int CAdvancedPacketFilterCom::FilterHandler(CBelString* value, int set) {
         *value = m_pModule->GetFilter();
         return 1;
     }
-    return m_pModule->SetFilter(value->str()) ? 1 : 0;
+    std::string failure;
+    if (!m_pModule->SetFilter(value->str(), &failure))
+        return JokRefuseProperty(failure.c_str());
+    return 1;
 }
 
 int CAdvancedPacketFilterCom::TextHandler(CBelString* value, int set) {
@@ -228,12 +241,13 @@ int CAdvancedPacketFilterCom::TextHandler(CBelString* value, int set) {
         return 1;
     }
     if (!isText)
-        return 0;
+        return JokRefuseProperty(packet ? "the current packet is not a text packet"
+                                        : "there is no current packet (set it from the callback)");
     auto* text = static_cast<CKorTextPacket*>(packet);
     // The same rule as the script's TEXTSTR: a schema packet's text is made from its fields.
     if (m_pModule->Vocabulary().HasSchema(text->GetSchema())) {
         BelDump("APF: Packet defined by schema, cannot set text directly.\n");
-        return 0;
+        return JokRefuseProperty("the packet is defined by a schema: set its fields instead");
     }
     text->SetText(value->c_str());
     return 1;

@@ -43,9 +43,11 @@ public:
     explicit CZorAdvancedPacketFilter(const char* name = "AdvancedPacketFilter");
     ~CZorAdvancedPacketFilter() override;
 
-    // Compiles and installs a script; an empty text removes the script. Parse messages go to the
-    // diagnostic output. On failure the filter is left without a script and the answer is false.
-    bool SetFilter(std::string_view text);
+    // Compiles and installs a script; an empty text removes the script. On failure the filter is
+    // left without a script and the answer is false; the parse messages go to *failure (one line,
+    // "; " between messages) when it is given, else to the diagnostic output, as do the
+    // messages of a script that compiles ("string overflow" of a literal).
+    bool SetFilter(std::string_view text, std::string* failure = nullptr);
     const std::string& GetFilter() const { return m_FilterText; }
     bool HasFilter() const { return m_pTree != nullptr; }
 

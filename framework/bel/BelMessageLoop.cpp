@@ -1,5 +1,7 @@
 #include "framework/bel/BelMessageLoop.h"
 
+#include "framework/bel/BelDiagnostics.h"
+
 #include "framework/bel/BelClock.h"
 #include "framework/bel/BelIdleProcess.h"
 #include "framework/bel/BelTimer.h"
@@ -137,8 +139,13 @@ int CBelMessageLoop::DeliverPosted() {
         // The window may have been destroyed since the post: the message is dropped then.
         if (target) {
             ++s_MessageCount;
-            target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
-                                    posted.m_LParam);
+            try {
+                target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
+                                        posted.m_LParam);
+            } catch (...) {
+                BelDumpCurrentException("CBelMessageLoop::DeliverPosted",
+                                        "the message was dropped");
+            }
             ++delivered;
         }
     }
@@ -170,7 +177,11 @@ int CBelMessageLoop::FireDueTimers(double now) {
         if (!timer) {
             return fired;
         }
-        timer->TimeOut(BelGetTime());
+        try {
+            timer->TimeOut(BelGetTime());
+        } catch (...) {
+            BelDumpCurrentException("CBelMessageLoop::FireDueTimers", "the alarm was dropped");
+        }
         ++fired;
     }
 }
