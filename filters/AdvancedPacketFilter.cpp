@@ -437,31 +437,31 @@ int CAdvancedPacketFilterCom::CreateTimebasePacket(CJokCommandContext* context) 
     return 1;
 }
 
-namespace {
-
-// The index of an existing variable; an unknown name is reported and answers -1 (which reads as
-// 0 or an empty text).
-int LookupOrReport(CZorPacketVocabulary& vocabulary, const CBelString& name, const char* method,
-                   CJokCommandContext* context) {
-    const int index = vocabulary.Lookup(name.str(), false);
-    if (index < 0) {
+int CAdvancedPacketFilterCom::LookupOrReport(const CBelString& name, const char* method,
+                                             CJokCommandContext* context) {
+    const int index = m_pModule->Vocabulary().Lookup(name.str(), false);
+    if (index >= 0)
+        return index;
+    // The nil answer tells the script each time; the message only the first time a name is
+    // asked for, so a script that polls a variable before its filter sets it is not flooded.
+    if (m_UnknownNamesReported.insert(name.str()).second) {
         CBelString message;
-        message.Format("%s: no variable '%s'", method, name.c_str());
+        message.Format("%s: no variable '%s' (the answer is nil)", method, name.c_str());
         context->OutputErrorString(message);
     }
-    return index;
+    return -1;
 }
-
-} // namespace
 
 int CAdvancedPacketFilterCom::GetVariable(CJokCommandContext* context) {
     CBelString name;
     context->GetParam("variable", &name, 0);
     if (!context->CanProceed(0))
         return 1;
-    CZorPacketVocabulary& vocabulary = m_pModule->Vocabulary();
-    const int index = LookupOrReport(vocabulary, name, "GetVariable", context);
-    context->SetReturnValueNoRef(CJokGdDouble::Allocate(vocabulary.ReadValue(index)));
+    const int index = LookupOrReport(name, "GetVariable", context);
+    if (index >= 0) {
+        context->SetReturnValueNoRef(
+            CJokGdDouble::Allocate(m_pModule->Vocabulary().ReadValue(index)));
+    }
     return 1;
 }
 
@@ -482,11 +482,12 @@ int CAdvancedPacketFilterCom::GetStringVar(CJokCommandContext* context) {
     context->GetParam("variable", &name, 0);
     if (!context->CanProceed(0))
         return 1;
-    CZorPacketVocabulary& vocabulary = m_pModule->Vocabulary();
-    const int index = LookupOrReport(vocabulary, name, "GetStringVar", context);
-    std::string text;
-    vocabulary.ReadText(index, text);
-    context->SetReturnValueNoRef(CJokGdString::Allocate(CBelString(text)));
+    const int index = LookupOrReport(name, "GetStringVar", context);
+    if (index >= 0) {
+        std::string text;
+        m_pModule->Vocabulary().ReadText(index, text);
+        context->SetReturnValueNoRef(CJokGdString::Allocate(CBelString(text)));
+    }
     return 1;
 }
 

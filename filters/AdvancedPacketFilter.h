@@ -26,6 +26,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -140,12 +141,15 @@ private:
     void StampPacket(CJokCommandContext* context, CKorPacket* packet);
     // Answers whether the filter may take a made packet now; reports why not.
     bool CanInject(CJokCommandContext* context, const char* method);
+    // The index of an existing variable, or -1 (reported the first time a name is asked for).
+    int LookupOrReport(const CBelString& name, const char* method, CJokCommandContext* context);
 
     std::unique_ptr<CZorAdvancedPacketFilter> m_pOwned; // until a data path takes the module
     CZorAdvancedPacketFilter* m_pModule;
     IJokCommand* m_pCallback = nullptr;
     // Sub-media id and format sequence number, one pair per id used so far.
     std::vector<std::pair<unsigned, long>> m_AudioFormatNumbers;
+    std::set<std::string> m_UnknownNamesReported;
 };
 
 // "CreateAdvancedPacketFilter" { dataPath = "..." }.

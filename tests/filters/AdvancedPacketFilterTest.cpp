@@ -292,9 +292,12 @@ TEST_F(AdvancedPacketFilter, VariablesByNameFromScripts) {
     EXPECT_EQ(static_cast<CJokGdString*>(context.GetReturnValue())->GetString(), "cam!");
     EXPECT_EQ(Variable("DISCARD"), 0) << "reading an action by name performs nothing";
     EXPECT_EQ(m_Sink.Count(), 2);
+    // An unknown name answers nothing (nil in Lua), not 0, and is reported the first time.
     CBelDiagnosticCapture capture;
-    EXPECT_EQ(Variable("nosuch"), 0);
-    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError), "GetVariable: no variable 'nosuch'");
+    EXPECT_EQ(Variable("nosuch"), -1);
+    EXPECT_EQ(Variable("nosuch"), -1);
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError),
+              "GetVariable: no variable 'nosuch' (the answer is nil)");
 }
 
 TEST_F(AdvancedPacketFilter, FlushDropsHeldAndSavedPackets) {
