@@ -225,4 +225,32 @@ TEST_F(ObjectTrackingOnH264, AWalkerAcrossACameraSceneIsBoxedAndTheEmptySceneIsN
     EXPECT_EQ(m_Module.Processor().ErrorCount(), 0);
 }
 
+TEST_F(ObjectTrackingOnH264, PedestriansOnARealCameraAreBoxedWhereTheyWalk) {
+    // 30 s of a fixed camera over a footpath, 10 pictures a second, people throughout. The
+    // lawn at the bottom left is walked on by nobody: once the people standing there in the
+    // first picture have been absorbed as ghosts, it stays free of boxes.
+    zortest::CClipPackets clip(std::string(ZOR_TRACKING_CLIPS) + "/pedestrians.ts");
+    ASSERT_TRUE(clip.Ok()) << clip.Error();
+    int withBoxes = 0;
+    long onLawn = 0;
+    long boxes = 0;
+    for (int i = 0; i < clip.Count(); ++i) {
+        ASSERT_TRUE(m_Source.Push(clip.Take(i)));
+        const CKorPacket* out = m_Sink.Packets().back();
+        const CKorBoundingBoxesMD* found = BoxesOf(out);
+        if (i < 60 || !found) {
+            continue;
+        }
+        ++withBoxes;
+        for (int b = 0; b < found->GetBoxCount(); ++b) {
+            const SKorBoundingBox& box = found->GetBox(b);
+            onLawn += box.m_Right <= 140 && box.m_Top >= 170;
+            ++boxes;
+        }
+    }
+    EXPECT_EQ(withBoxes, clip.Count() - 60) << "people walk through the whole clip";
+    EXPECT_GT(boxes / withBoxes, 50);
+    EXPECT_LT(onLawn, boxes / 100);
+}
+
 } // namespace
