@@ -18,7 +18,9 @@
 #include "audio/AudioAnalyzer2.h"
 #include "audio/AudioDecoderCom.h"
 #include "audio/AudioEncoderCom.h"
+#include "audio/AudioPlayer.h"
 #include "audio/AudioSampleMixer.h"
+#include "audio/AudioSource.h"
 #include "entry/Registry.h"
 #include "filters/AdvancedPacketFilter.h"
 #include "filters/AttributeSetter.h"
@@ -28,7 +30,9 @@
 #include "routing/Synch.h"
 #include "storage/MetaDataReader.h"
 #include "storage/MetaDataWriter.h"
+#include "video/FrameWriter.h"
 #include "video/MotionLevelStamper.h"
+#include "video/PacketSource.h"
 #include "video/VideoDecompressorCom.h"
 
 namespace {
@@ -43,10 +47,10 @@ zorCJokHlpAutoRegFunction s_Reg06("CreateAudioConverter", "&CAudioConverterCom",
 zorCJokHlpAutoRegComponentFactory<CAudioDecoderCom> s_Reg07("CreateAudioDecoder", "&CAudioDecoderCom");
 zorCJokHlpAutoRegComponentFactory<CAudioEncoderCom> s_Reg08("CreateAudioEncoder", "&CAudioEncoderCom");
 zorCJokHlpAutoRegFunction s_Reg09("CreateAudioFmtChoose", "&CAudioFmtChooseCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioFmtChoose"); });
-zorCJokHlpAutoRegFunction s_Reg10("CreateAudioPlayer", "&CAudioPlayerCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioPlayer"); });
+zorCJokHlpAutoRegComponentFactory<CAudioPlayerCom> s_Reg10("CreateAudioPlayer", "&CAudioPlayerCom");
 zorCJokHlpAutoRegFunction s_Reg11("CreateAudioSampleMixer", "&CreateAudioSampleMixer", &CreateAudioSampleMixer);
-zorCJokHlpAutoRegFunction s_Reg12("CreateAudioSrc", "&CAudioSrcCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateAudioSrc"); });
-zorCJokHlpAutoRegFunction s_Reg13("IsAudioFullDuplex", "&IsAudioFullDuplexHandler", [](CJokCommandContext* c) { return ZorNotAvailable(c, "IsAudioFullDuplex"); });
+zorCJokHlpAutoRegComponentFactory<CAudioSrcCom> s_Reg12("CreateAudioSrc", "&CAudioSrcCom");
+zorCJokHlpAutoRegFunction s_Reg13("IsAudioFullDuplex", "&IsAudioFullDuplexHandler", &IsAudioFullDuplexHandler);
 zorCJokHlpAutoRegFunction s_Reg14("CreateDataBuffer", "&CreateDataBuffer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateDataBuffer"); });
 zorCJokHlpAutoRegFunction s_Reg15("CreateDebugPath", "&CreateDebugPath", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateDebugPath"); });
 zorCJokHlpAutoRegFunction s_Reg16("CreateDelayedFeed", "&CDelayedFeedCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateDelayedFeed"); });
@@ -95,9 +99,9 @@ zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscod
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
 zorCJokHlpAutoRegComponentFactory<CVMDFilter> s_Reg60("CreateVMDFilter", "&CVMDFilter");
 zorCJokHlpAutoRegComponentFactory<CArchiveVMDFilter> s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter");
-zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
+zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", &CreateVideoDisplay);
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
-zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketSource"); });
+zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", &CreatePacketSource);
 // clang-format on
 
 } // namespace
