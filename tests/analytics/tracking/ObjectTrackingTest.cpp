@@ -10,6 +10,7 @@
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
 #include "tests/video/ClipReader.h"
+#include "tests/video/VideoTestSupport.h"
 #include "video/VideoFrame.h"
 
 #include <gtest/gtest.h>
@@ -251,6 +252,28 @@ TEST_F(ObjectTrackingOnH264, PedestriansOnARealCameraAreBoxedWhereTheyWalk) {
     EXPECT_EQ(withBoxes, clip.Count() - 60) << "people walk through the whole clip";
     EXPECT_GT(boxes / withBoxes, 50);
     EXPECT_LT(onLawn, boxes / 100);
+}
+
+TEST_F(ObjectTrackingOnH264, DamagedStreamsGoOnPacketForPacket) {
+    // Every third packet damaged (flipped bytes, cuts, zeroes, noise): each packet still goes on,
+    // as its tracked picture or unchanged, and nothing is read or written out of bounds (the
+    // sanitizer build runs this too).
+    zortest::CClipPackets clip(zortest::ClipPath("cif.ts"));
+    ASSERT_TRUE(clip.Ok()) << clip.Error();
+    std::mt19937 random(5);
+    int frames = 0;
+    for (int i = 0; i < clip.Count(); ++i) {
+        CKorVideoPacket* packet = clip.Copy(i);
+        if (i % 3 == 1) {
+            zortest::Damage(packet, random, static_cast<unsigned>(i));
+        }
+        ASSERT_TRUE(m_Source.Push(packet));
+        frames += CZorVideoFrame::IsFrame(static_cast<CKorVideoPacket*>(m_Sink.Packets().back()));
+    }
+    EXPECT_EQ(m_Sink.Count(), clip.Count());
+    EXPECT_GT(frames, clip.Count() / 2);
+    EXPECT_GT(m_Module.Processor().ErrorCount(), 0);
+    Dumps();
 }
 
 } // namespace
