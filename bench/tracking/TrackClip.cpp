@@ -19,10 +19,10 @@ void WriteSheet(const char* file, const SBeluiBitmap& picture, const SBeluiBitma
                 const CBelui2DMask& mask) {
     const int w = picture.m_Width;
     const int h = picture.m_Height;
-    std::vector<unsigned char> sheet(static_cast<std::size_t>(2 * w * h));
+    std::vector<unsigned char> sheet(static_cast<std::size_t>(2) * w * h);
     for (int y = 0; y < h; ++y) {
-        std::copy_n(picture.Row(y), w, &sheet[static_cast<std::size_t>(y * 2 * w)]);
-        std::copy_n(processed.Row(y), w, &sheet[static_cast<std::size_t>(y * 2 * w + w)]);
+        std::copy_n(picture.Row(y), w, &sheet[static_cast<std::size_t>(y) * 2 * w]);
+        std::copy_n(processed.Row(y), w, &sheet[static_cast<std::size_t>(y) * 2 * w + w]);
     }
     const auto set = [&](int bx, int by) {
         return bx >= 0 && by >= 0 && bx < mask.BlocksAcross() && by < mask.BlocksDown() &&
@@ -39,7 +39,7 @@ void WriteSheet(const char* file, const SBeluiBitmap& picture, const SBeluiBitma
                               (x % 4 == 3 && !set(bx + 1, by)) ||
                               (y % 4 == 0 && !set(bx, by - 1)) || (y % 4 == 3 && !set(bx, by + 1));
             if (edge) {
-                sheet[static_cast<std::size_t>(y * 2 * w + x)] = 255;
+                sheet[static_cast<std::size_t>(y) * 2 * w + x] = 255;
             }
         }
     }
