@@ -138,3 +138,6 @@ dofile(here .. "/lib/sound.lua").main_job(input, sound_dir)
 if not arg[2] then
     os.remove(output)
 end
+
+-- 6. Capture and playback, with a WAV file standing in for the sound card.
+dofile(here .. "/lib/capture.lua").run(input)

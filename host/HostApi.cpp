@@ -1,6 +1,7 @@
 #include "host/HostApi.h"
 
 #include "framework/bel/BelClock.h"
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/bel/BelMessageLoop.h"
 #include "framework/jok/Command.h"
 #include "framework/jok/GenericData.h"
@@ -18,6 +19,7 @@
 #include "io/WavSink.h"
 #include "io/WavSource.h"
 
+#include <cmath>
 #include <lua.hpp>
 
 namespace {
@@ -153,8 +155,9 @@ int Connect(lua_State* L, SLuaFault& fault) {
             return fault.Set("zor.connect: cannot link " + names +
                              ": packets go from an output pin to an input pin");
         }
-        if (!dataPathRegister::CDataPathRegistry::Connect(path.c_str(), from, to)) {
-            return fault.Set("zor.connect: cannot link " + names);
+        CBelString reason;
+        if (!dataPathRegister::CDataPathRegistry::Connect(path.c_str(), from, to, &reason)) {
+            return fault.Set("zor.connect: cannot link " + names + ": " + reason.str());
         }
     }
     // A linked graph lives as long as the script, whatever the script keeps in variables.
@@ -164,11 +167,31 @@ int Connect(lua_State* L, SLuaFault& fault) {
     return 0;
 }
 
+// zor.chain(path): the path's chains as PrintChain writes them, one module a line.
+int Chain(lua_State* L, SLuaFault& fault) {
+    if (lua_type(L, 1) != LUA_TSTRING) {
+        return fault.Set("zor.chain: expects a data path name");
+    }
+    const std::string path = lua_tostring(L, 1);
+    if (!dataPathRegister::CDataPathRegistry::IsKnown(path.c_str())) {
+        return fault.Set("zor.chain: no data path '" + path + "'");
+    }
+    CBelString text;
+    {
+        CBelDiagnosticCapture capture; // the chain is written as dump lines; keep them here
+        CCallScope scope(L);
+        dataPathRegister::CDataPathRegistry::PrintChain(path.c_str());
+        text = capture.Text(EBelDiagnosticKind::Dump);
+    }
+    lua_pushlstring(L, text.c_str(), static_cast<size_t>(text.GetLength()));
+    return 1;
+}
+
 int Run(lua_State* L, SLuaFault& fault) {
     CLuaFields fields(L, 1, "zor.run");
     fields.Allow({"seconds"});
     double seconds = 0;
-    if (!fields.Number("seconds", &seconds) && fields.Ok()) {
+    if (!fields.Finite("seconds", &seconds) && fields.Ok()) {
         fields.Fail("field 'seconds' is required");
     }
     if (fields.Ok() && seconds < 0) {
@@ -210,8 +233,9 @@ int Clock(lua_State* L, SLuaFault& fault) {
 }
 
 int Advance(lua_State* L, SLuaFault& fault) {
-    if (lua_type(L, 1) != LUA_TNUMBER || lua_tonumber(L, 1) < 0) {
-        return fault.Set("zor.advance: expects a number of milliseconds (not negative)");
+    if (lua_type(L, 1) != LUA_TNUMBER || !(lua_tonumber(L, 1) >= 0) ||
+        !std::isfinite(lua_tonumber(L, 1))) {
+        return fault.Set("zor.advance: expects a finite number of milliseconds (not negative)");
     }
     if (!BelIsVirtualClock()) {
         return fault.Set("zor.advance: the clock is real; call zor.clock(\"virtual\") first");
@@ -317,6 +341,7 @@ void HostInstallApi(lua_State* L, IJokModule* module) {
                                 {"wav_source", &LuaProtected<WavSource>},
                                 {"wav_sink", &LuaProtected<WavSink>},
                                 {"connect", &LuaProtected<Connect>},
+                                {"chain", &LuaProtected<Chain>},
                                 {"run", &LuaProtected<Run>},
                                 {"run_until_idle", &LuaProtected<RunUntilIdle>},
                                 {"clock", &LuaProtected<Clock>},
