@@ -38,7 +38,8 @@ constexpr SVideoCodec kVideoCodecs[] = {
 constexpr const char* kVideoCodecList = "H.264, HEVC, MJPEG, MPEG-4, MPEG-2, H.263, VP8, VP9, AV1";
 
 // Protocols whose inputs have no end and no positions.
-constexpr const char* kLiveProtocols[] = {"rtsp", "rtp", "udp", "srt", "rtmp", "tcp", "pipe"};
+constexpr const char* kLiveProtocols[] = {"rtsp", "rtsps", "rtp",   "udp",
+                                          "srt",  "rtmp",  "rtmps", "tcp"};
 constexpr const char* kLiveFormats[] = {"rtsp", "sdp", "rtp"};
 
 // Consecutive read errors a file may give before it counts as unreadable; single damaged spots
@@ -47,6 +48,7 @@ constexpr int kMaxReadErrors = 16;
 // Time libavformat may spend studying a network stream before it starts (µs).
 constexpr const char* kNetworkAnalyzeDuration = "2000000";
 constexpr double kNetworkAnalyzeSeconds = 2.0;
+constexpr std::int64_t kMovAnalyzeDuration = 500000;
 
 std::string AvError(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -201,7 +203,6 @@ int CMediaDemuxer::InterruptCallback(void* opaque) {
 }
 
 void CMediaDemuxer::Arm(double seconds) {
-    m_TimedOut = false;
     if (m_Network) {
         m_DeadlineNs = NowNs() + static_cast<long long>(seconds * 1e9);
     }
@@ -248,9 +249,12 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
     MediaQuietLibraries();
     m_Url = url;
     m_TimeoutSeconds = options.m_TimeoutSeconds;
-    const char* protocol = avio_find_protocol_name(url.c_str());
-    m_Network = protocol && std::strcmp(protocol, "file") != 0;
-    m_Live = IsOneOf(protocol, kLiveProtocols);
+    m_TimedOut = false;
+    // By the address's scheme: some (rtsp) are demuxers rather than protocols of libavformat.
+    const std::size_t colon = url.find("://");
+    const std::string scheme = colon == std::string::npos ? "" : url.substr(0, colon);
+    m_Network = !scheme.empty() && scheme != "file";
+    m_Live = IsOneOf(scheme.c_str(), kLiveProtocols);
 
     const AVInputFormat* format = nullptr;
     if (!options.m_Format.empty()) {
@@ -263,7 +267,8 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
     for (const auto& [name, value] : options.m_Options) {
         av_dict_set(&dictionary, name.c_str(), value.c_str(), 0);
     }
-    if (m_Network && !av_dict_get(dictionary, "analyzeduration", nullptr, 0)) {
+    const bool analyzeGiven = av_dict_get(dictionary, "analyzeduration", nullptr, 0) != nullptr;
+    if (m_Network && !analyzeGiven) {
         av_dict_set(&dictionary, "analyzeduration", kNetworkAnalyzeDuration, 0);
     }
     m_pFormat = avformat_alloc_context();
@@ -285,8 +290,13 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
     // MP4 and MOV give whole pictures with both their times; libavformat's own parse of every
     // picture's headers (more than half the cost of a read) learns nothing the source does not
     // read itself, more cheaply.
+    // Without that parse, studying the stream would decode pictures for seconds to learn what
+    // the file's header has already said: half a second of them is plenty.
     if (std::strncmp(m_pFormat->iformat->name, "mov,", 4) == 0) {
         m_pFormat->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+        if (!analyzeGiven) {
+            m_pFormat->max_analyze_duration = kMovAnalyzeDuration;
+        }
     }
 
     Arm(m_TimeoutSeconds + kNetworkAnalyzeSeconds);
@@ -447,15 +457,20 @@ CMediaDemuxer::EResult CMediaDemuxer::Read(SMediaPacket* packet) {
         return EResult::Failed;
     }
     AVPacket* raw = packet->m_pPacket;
+    m_TimedOut = false;
+    bool waiting = false; // on a non-blocking input: the time runs on
     for (;;) {
+        if (!waiting) {
+            Arm(m_TimeoutSeconds);
+        }
         av_packet_unref(raw);
-        Arm(m_TimeoutSeconds);
         const int result = av_read_frame(m_pFormat, raw);
-        Disarm();
-        if (result == AVERROR(EAGAIN)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // a non-blocking input
+        waiting = result == AVERROR(EAGAIN) && !m_TimedOut && !m_Abort;
+        if (waiting) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
             continue;
         }
+        Disarm();
         if (result == AVERROR_EOF) {
             if (!m_Live && m_DurationSeconds > 0.0 &&
                 static_cast<double>(m_EndUs) / 1e6 <
@@ -475,6 +490,9 @@ CMediaDemuxer::EResult CMediaDemuxer::Read(SMediaPacket* packet) {
             return EResult::End;
         }
         if (result < 0) {
+            // Only the interrupt callback asks for an exit; when it timed out a read that still
+            // returned data, the exit shows on the next read.
+            m_TimedOut = m_TimedOut || (result == AVERROR_EXIT && !m_Abort);
             if (m_Abort || m_TimedOut || m_Network || ++m_ReadErrors > kMaxReadErrors) {
                 Fail("cannot read at " + Seconds(m_EndUs + m_LoopOffsetUs), result);
                 return EResult::Failed;
