@@ -287,12 +287,12 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
         return Fail("option '" + name + "' is not known to this input", 0);
     }
     av_dict_free(&dictionary);
-    // MP4 and MOV give whole pictures with both their times; libavformat's own parse of every
-    // picture's headers (more than half the cost of a read) learns nothing the source does not
-    // read itself, more cheaply.
-    // Without that parse, studying the stream would decode pictures for seconds to learn what
-    // the file's header has already said: half a second of them is plenty.
-    if (std::strncmp(m_pFormat->iformat->name, "mov,", 4) == 0) {
+    // MP4 and MOV store whole frames with both their times (for the codings HasWholeFramesOnly
+    // lists): libavformat's own parse of every frame's headers, more than half the cost of a
+    // read, learns nothing the source does not read itself, more cheaply. Without that parse,
+    // studying the stream would decode pictures for seconds to learn what the file's header has
+    // already said: half a second of them is plenty.
+    if (std::strncmp(m_pFormat->iformat->name, "mov,", 4) == 0 && HasWholeFramesOnly()) {
         m_pFormat->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
         if (!analyzeGiven) {
             m_pFormat->max_analyze_duration = kMovAnalyzeDuration;
@@ -328,6 +328,27 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
     }
     StartFormat();
     return m_Error.empty();
+}
+
+bool CMediaDemuxer::HasWholeFramesOnly() const {
+    // Codings the MP4 reader stores a frame per sample of; others (MPEG audio, AC-3, VP8 ...) it
+    // leaves to libavformat's parse to cut into frames.
+    constexpr AVCodecID kWhole[] = {
+        AV_CODEC_ID_H264,     AV_CODEC_ID_HEVC,      AV_CODEC_ID_MJPEG,     AV_CODEC_ID_MPEG4,
+        AV_CODEC_ID_H263,     AV_CODEC_ID_AAC,       AV_CODEC_ID_PCM_S16LE, AV_CODEC_ID_PCM_S16BE,
+        AV_CODEC_ID_PCM_U8,   AV_CODEC_ID_PCM_S24LE, AV_CODEC_ID_PCM_S32LE, AV_CODEC_ID_PCM_F32LE,
+        AV_CODEC_ID_PCM_ALAW, AV_CODEC_ID_PCM_MULAW, AV_CODEC_ID_OPUS,
+    };
+    for (unsigned i = 0; i < m_pFormat->nb_streams; ++i) {
+        const AVCodecParameters* parameters = m_pFormat->streams[i]->codecpar;
+        const bool media = parameters->codec_type == AVMEDIA_TYPE_VIDEO ||
+                           parameters->codec_type == AVMEDIA_TYPE_AUDIO;
+        if (media && std::find(std::begin(kWhole), std::end(kWhole), parameters->codec_id) ==
+                         std::end(kWhole)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool CMediaDemuxer::ChooseVideo() {
@@ -559,6 +580,12 @@ bool CMediaDemuxer::ProcessVideo(SMediaPacket* packet) {
     if (raw->flags & AV_PKT_FLAG_CORRUPT) {
         Note("damaged video packet at " + Seconds(packet->m_PtsUs) + " passed on");
     }
+    // Containers announce new set-up data (another sample description, say) with the packet.
+    std::size_t setUpSize = 0;
+    if (const std::uint8_t* setUp =
+            av_packet_get_side_data(raw, AV_PKT_DATA_NEW_EXTRADATA, &setUpSize)) {
+        NewSetUp(setUp, setUpSize, *packet);
+    }
     int frameType = kNalFrameUnknown;
     bool key = containerKey;
     bool addParameterSets = false;
@@ -608,23 +635,50 @@ bool CMediaDemuxer::ProcessVideo(SMediaPacket* packet) {
 void CMediaDemuxer::CheckParameterSets(const SMediaPacket& packet) {
     m_ParameterSets.clear();
     m_pScanner->ParameterSets(packet.Data(), packet.Size(), &m_ParameterSets);
-    if (m_ParameterSets == m_pVideoFormat->m_ExtraData) {
+    AdoptSetUp(m_ParameterSets, packet);
+}
+
+void CMediaDemuxer::NewSetUp(const std::uint8_t* data, std::size_t size,
+                             const SMediaPacket& packet) {
+    std::vector<std::uint8_t> setUp;
+    if (m_pScanner && !IsAnnexB(data, size)) {
+        int lengthSize = 0;
+        if (!ParseNalConfig(m_pScanner->Codec(), data, size, &setUp, &lengthSize)) {
+            Note("damaged codec set-up data at " + Seconds(packet.m_PtsUs) + " ignored");
+            return;
+        }
+        if (lengthSize != m_NalLengthSize) {
+            m_NalLengthSize = lengthSize;
+            m_pScanner = std::make_unique<CNalScanner>(m_pScanner->Codec(), lengthSize);
+        }
+    } else {
+        setUp.assign(data, data + size);
+    }
+    AdoptSetUp(setUp, packet);
+}
+
+void CMediaDemuxer::AdoptSetUp(const std::vector<std::uint8_t>& setUp, const SMediaPacket& packet) {
+    if (setUp == m_pVideoFormat->m_ExtraData) {
         return;
     }
-    m_pScanner->Learn(m_ParameterSets.data(), m_ParameterSets.size());
-    // The picture size is read by libavcodec's parser from the unit in Annex B form.
     int width = 0;
     int height = 0;
-    if (m_pParser) {
-        m_Scratch.resize(NalMaxAnnexBSize(packet.Size(), m_NalLengthSize));
-        const std::size_t size =
-            NalWriteAnnexB(packet.Data(), packet.Size(), m_NalLengthSize, m_Scratch.data());
-        ParseFrame(m_Scratch.data(), size, &width, &height);
+    if (m_pScanner) {
+        m_pScanner->Learn(setUp.data(), setUp.size());
+        // The picture size is read by libavcodec's parser from the set-up data and the unit in
+        // Annex B form.
+        if (m_pParser) {
+            m_Scratch.assign(setUp.begin(), setUp.end());
+            m_Scratch.resize(setUp.size() + NalMaxAnnexBSize(packet.Size(), m_NalLengthSize));
+            const std::size_t size = NalWriteAnnexB(packet.Data(), packet.Size(), m_NalLengthSize,
+                                                    m_Scratch.data() + setUp.size());
+            ParseFrame(m_Scratch.data(), setUp.size() + size, &width, &height);
+        }
     }
     if (m_VideoPackets == 0) {
-        // The stream's own parameter sets describe it better than the container's summary.
+        // The stream's own set-up data describes it better than the container's summary.
         auto format = std::make_shared<SMediaVideoFormat>(*m_pVideoFormat);
-        format->m_ExtraData = m_ParameterSets;
+        format->m_ExtraData = setUp;
         if (width > 0 && height > 0) {
             format->m_Width = width;
             format->m_Height = height;
@@ -632,7 +686,7 @@ void CMediaDemuxer::CheckParameterSets(const SMediaPacket& packet) {
         m_pVideoFormat = std::move(format);
         return;
     }
-    ChangeFormat(m_ParameterSets, width, height, packet.m_PtsUs);
+    ChangeFormat(setUp, width, height, static_cast<double>(packet.m_PtsUs));
 }
 
 void CMediaDemuxer::ChangeFormat(std::vector<std::uint8_t> extraData, int width, int height,
