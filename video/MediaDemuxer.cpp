@@ -390,16 +390,16 @@ void CMediaDemuxer::ChooseAudio() {
     }
     struct SSampleCoding {
         AVCodecID m_Id;
-        std::uint16_t m_Tag;
         int m_Bits;
+        std::uint16_t m_Tag;
         bool m_Swap;
     };
     // WAVEFORMATEX tags: 1 PCM, 3 IEEE float, 6 G.711 A-law, 7 G.711 mu-law.
     constexpr SSampleCoding kSampleCodings[] = {
-        {AV_CODEC_ID_PCM_S16LE, 1, 16, false}, {AV_CODEC_ID_PCM_S16BE, 1, 16, true},
-        {AV_CODEC_ID_PCM_U8, 1, 8, false},     {AV_CODEC_ID_PCM_S24LE, 1, 24, false},
-        {AV_CODEC_ID_PCM_S32LE, 1, 32, false}, {AV_CODEC_ID_PCM_F32LE, 3, 32, false},
-        {AV_CODEC_ID_PCM_ALAW, 6, 8, false},   {AV_CODEC_ID_PCM_MULAW, 7, 8, false},
+        {AV_CODEC_ID_PCM_S16LE, 16, 1, false}, {AV_CODEC_ID_PCM_S16BE, 16, 1, true},
+        {AV_CODEC_ID_PCM_U8, 8, 1, false},     {AV_CODEC_ID_PCM_S24LE, 24, 1, false},
+        {AV_CODEC_ID_PCM_S32LE, 32, 1, false}, {AV_CODEC_ID_PCM_F32LE, 32, 3, false},
+        {AV_CODEC_ID_PCM_ALAW, 8, 6, false},   {AV_CODEC_ID_PCM_MULAW, 8, 7, false},
     };
     const auto* coding =
         std::find_if(std::begin(kSampleCodings), std::end(kSampleCodings),
