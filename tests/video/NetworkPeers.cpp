@@ -184,6 +184,129 @@ void CTsSender::Send() {
     close(fd);
 }
 
+// CRtspCamera
+
+CRtspCamera::CRtspCamera(const std::string& file) : m_Data(ReadFile(file)) {
+    m_Listener = BoundSocket(SOCK_STREAM, &m_Port);
+    listen(m_Listener, 4);
+    m_Thread = std::thread([this] { Serve(); });
+}
+
+CRtspCamera::~CRtspCamera() {
+    m_Stop = true;
+    m_Thread.join();
+    close(m_Listener);
+}
+
+std::string CRtspCamera::Url() const {
+    return "rtsp://127.0.0.1:" + std::to_string(m_Port) + "/cam";
+}
+
+void CRtspCamera::Serve() {
+    while (!m_Stop) {
+        if (!Readable(m_Listener)) {
+            continue;
+        }
+        const int connection = accept(m_Listener, nullptr, nullptr);
+        if (connection >= 0) {
+            Session(connection);
+            close(connection);
+        }
+    }
+}
+
+void CRtspCamera::Session(int connection) {
+    std::string input;
+    bool playing = false;
+    std::size_t at = 0;
+    std::uint16_t sequence = 0;
+    std::vector<std::uint8_t> frame;
+    while (!m_Stop) {
+        // Requests, answered as they come; while playing, they only interrupt the stream.
+        pollfd entry{connection, POLLIN, 0};
+        if (poll(&entry, 1, playing ? 0 : 50) > 0) {
+            char buffer[2048];
+            const ssize_t got = recv(connection, buffer, sizeof(buffer), 0);
+            if (got <= 0) {
+                return;
+            }
+            input.append(buffer, static_cast<std::size_t>(got));
+        }
+        const std::size_t end = input.find("\r\n\r\n");
+        if (end != std::string::npos) {
+            const std::string request = input.substr(0, end);
+            input.erase(0, end + 4);
+            const std::size_t seq = request.find("CSeq: ");
+            const std::string cseq =
+                seq == std::string::npos
+                    ? "0"
+                    : request.substr(seq + 6, request.find("\r\n", seq) - seq - 6);
+            std::string reply = "RTSP/1.0 200 OK\r\nCSeq: " + cseq + "\r\n";
+            if (request.rfind("OPTIONS", 0) == 0) {
+                reply += "Public: OPTIONS, DESCRIBE, SETUP, PLAY, TEARDOWN\r\n\r\n";
+            } else if (request.rfind("DESCRIBE", 0) == 0) {
+                const std::string sdp = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=cam\r\n"
+                                        "c=IN IP4 127.0.0.1\r\nt=0 0\r\nm=video 0 RTP/AVP 33\r\n"
+                                        "a=rtpmap:33 MP2T/90000\r\na=control:track0\r\n";
+                reply += "Content-Base: " + Url() +
+                         "/\r\nContent-Type: application/sdp\r\n"
+                         "Content-Length: " +
+                         std::to_string(sdp.size()) + "\r\n\r\n" + sdp;
+            } else if (request.rfind("SETUP", 0) == 0) {
+                if (request.find("RTP/AVP/TCP") == std::string::npos) {
+                    reply = "RTSP/1.0 461 Unsupported Transport\r\nCSeq: " + cseq + "\r\n\r\n";
+                } else {
+                    reply += "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n"
+                             "Session: 5A4F52\r\n\r\n";
+                }
+            } else if (request.rfind("PLAY", 0) == 0) {
+                reply += "Session: 5A4F52\r\n\r\n";
+                playing = true;
+            } else {
+                reply += "Session: 5A4F52\r\n\r\n";
+            }
+            if (!SendAll(connection, reply.data(), reply.size())) {
+                return;
+            }
+            continue;
+        }
+        if (!playing) {
+            continue;
+        }
+        // One RTP packet of seven TS packets, framed for the RTSP connection ('$', channel 0).
+        constexpr std::size_t kChunk = 7 * 188;
+        if (at + kChunk > m_Data.size()) {
+            at = 0;
+        }
+        const std::size_t length = 12 + kChunk;
+        const std::uint32_t timestamp = sequence * 900U;
+        frame = {'$',
+                 0,
+                 static_cast<std::uint8_t>(length >> 8),
+                 static_cast<std::uint8_t>(length),
+                 0x80,
+                 33,
+                 static_cast<std::uint8_t>(sequence >> 8),
+                 static_cast<std::uint8_t>(sequence),
+                 static_cast<std::uint8_t>(timestamp >> 24),
+                 static_cast<std::uint8_t>(timestamp >> 16),
+                 static_cast<std::uint8_t>(timestamp >> 8),
+                 static_cast<std::uint8_t>(timestamp),
+                 0x5A,
+                 0x4F,
+                 0x52,
+                 0x31};
+        frame.insert(frame.end(), m_Data.begin() + static_cast<long>(at),
+                     m_Data.begin() + static_cast<long>(at + kChunk));
+        at += kChunk;
+        ++sequence;
+        if (!SendAll(connection, reinterpret_cast<const char*>(frame.data()), frame.size())) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(2000));
+    }
+}
+
 // CSilentServer
 
 CSilentServer::CSilentServer() {

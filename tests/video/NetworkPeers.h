@@ -54,6 +54,28 @@ private:
     std::thread m_Thread;
 };
 
+// An RTSP camera on 127.0.0.1: answers OPTIONS, DESCRIBE (one MPEG-TS track over RTP), SETUP
+// (RTP interleaved on the RTSP connection only) and PLAY, then streams an MPEG-TS file over and
+// over on the connection until the client goes or the camera is destroyed.
+class CRtspCamera {
+public:
+    explicit CRtspCamera(const std::string& file);
+    ~CRtspCamera();
+    CRtspCamera(const CRtspCamera&) = delete;
+    CRtspCamera& operator=(const CRtspCamera&) = delete;
+    std::string Url() const;
+
+private:
+    void Serve();
+    void Session(int connection);
+
+    std::string m_Data;
+    int m_Listener = -1;
+    int m_Port = 0;
+    std::atomic<bool> m_Stop{false};
+    std::thread m_Thread;
+};
+
 // Accepts TCP connections and never says a word.
 class CSilentServer {
 public:

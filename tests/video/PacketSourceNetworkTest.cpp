@@ -104,6 +104,23 @@ TEST_P(PacketSourceLive, StreamsAreJoinedAtAKeyFrame) {
     }
 }
 
+// An RTSP camera, its stream interleaved on the RTSP connection as a camera behind a firewall
+// is usually asked for.
+TEST(PacketSourceNetwork, RtspCamerasStreamLive) {
+    zortest::CRtspCamera camera(Media("h264_mp2.ts"));
+    SGraph graph;
+    SMediaOpenOptions options = Options(5.0);
+    options.m_Options = {{"rtsp_transport", "tcp"}};
+    ASSERT_TRUE(graph.m_Source.Open(camera.Url(), options)) << graph.m_Source.Error();
+    EXPECT_TRUE(graph.m_Source.Demuxer().IsLive());
+    graph.m_Source.Start();
+    ASSERT_TRUE(RunUntil([&] { return graph.m_Sink.Count() >= 20; }));
+    const auto* first = static_cast<const CKorVideoPacket*>(graph.m_Sink.Packets()[0]);
+    EXPECT_EQ(first->GetFrameType(), CKorVideoPacket::I_FRAME);
+    EXPECT_EQ(first->GetBitmapInfo()->biWidth, 176);
+    EXPECT_GT(graph.m_Sink.Packets()[19]->GetTimeStamp(), first->GetTimeStamp());
+}
+
 INSTANTIATE_TEST_SUITE_P(UdpAndRtp, PacketSourceLive, testing::Values(false, true),
                          [](const testing::TestParamInfo<bool>& info) {
                              return info.param ? "Rtp" : "Udp";
