@@ -153,3 +153,10 @@ end
 
 -- 6. Capture and playback, with a WAV file standing in for the sound card.
 dofile(here .. "/lib/capture.lua").run(input)
+
+-- 7. Object tracking on the bundled camera clip: boxes on the people walking, their collisions
+-- with a stretch of the footpath, an annotated contact sheet, and the sector grid's change levels.
+local tracking_dir = os.tmpname()
+os.remove(tracking_dir)
+assert(os.execute("mkdir -p '" .. tracking_dir .. "'"))
+dofile(here .. "/lib/tracking.lua").main_job(here .. "/data/pedestrians.mp4", tracking_dir)

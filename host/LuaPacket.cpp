@@ -299,6 +299,29 @@ bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     return fields.Ok();
 }
 
+// A video packet in a planar frame format whose data holds exactly the planes packed (luma rows,
+// then for NV12 the rows of interleaved chroma pairs at half resolution) is a decoded frame: its
+// plane layout is set so that frame consumers read it.
+void SetFramePlanes(const BITMAPINFOHEADER& header, CKorVideoPacket* video) {
+    const bool grey = header.biCompression == MakeFourCC('Y', '8', '0', '0');
+    if (!grey && header.biCompression != MakeFourCC('N', 'V', '1', '2')) {
+        return;
+    }
+    const long long width = header.biWidth;
+    const long long height =
+        header.biHeight < 0 ? -static_cast<long long>(header.biHeight) : header.biHeight;
+    const long long chromaWidth = 2 * ((width + 1) / 2);
+    const long long luma = width * height;
+    const long long size = grey ? luma : luma + chromaWidth * ((height + 1) / 2);
+    if (width <= 0 || height <= 0 || static_cast<long long>(video->GetDataSize()) != size) {
+        return;
+    }
+    video->SetPlane(0, 0, static_cast<int>(width));
+    if (!grey) {
+        video->SetPlane(1, static_cast<unsigned long>(luma), static_cast<int>(chromaWidth));
+    }
+}
+
 CKorPacket* MakePayloadPacket(const SPacketFields& in) {
     const auto size = static_cast<long>(in.m_Data.size());
     if (in.m_Kind == CKorPacket::KIND_AUDIO) {
@@ -360,8 +383,9 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
                                  : state.FormatSeqNumber(in.m_Video.data(),
                                                          static_cast<unsigned>(in.m_Video.size()));
             // The record is the header with its set-up data right after it.
-            video->SetBitmapFormat(reinterpret_cast<const BITMAPINFOHEADER*>(in.m_Video.data()),
-                                   seq, 0);
+            const auto* header = reinterpret_cast<const BITMAPINFOHEADER*>(in.m_Video.data());
+            video->SetBitmapFormat(header, seq, 0);
+            SetFramePlanes(*header, video);
         }
     }
     return packet;
