@@ -36,20 +36,6 @@ CKorMetadataHandler* CKorGeneralDataMD::CloneOne() const {
     return copy;
 }
 
-CKorMetadataHandler* CKorLeftObjectDetectionMD::CloneOne() const {
-    auto* copy = new CKorLeftObjectDetectionMD;
-    copy->m_Targets = m_Targets;
-    return copy;
-}
-
-CKorMetadataHandler* CKorPeopleCountingMD::CloneOne() const {
-    auto* copy = new CKorPeopleCountingMD;
-    copy->m_CountIn = m_CountIn;
-    copy->m_CountOut = m_CountOut;
-    copy->m_Flags = m_Flags;
-    return copy;
-}
-
 CKorMetadataHandler* CKorSubStreamMD::CloneOne() const {
     auto* copy = new CKorSubStreamMD;
     copy->m_Sizes = m_Sizes;

@@ -27,7 +27,10 @@ void CKorRateMonitor::Reset(long now) {
 
 void CKorRateMonitor::AddSample(long value) {
     if (m_Running) {
-        m_Samples.push_back(SSample{BelGetTime(), value});
+        const long now = BelGetTime();
+        // Keeps the store to the window's span even when nobody reads the rate.
+        Expire(now);
+        m_Samples.push_back(SSample{now, value});
     }
 }
 
