@@ -96,7 +96,7 @@ void CZorAudioEncoder::ProcessPacket() {
         return;
     }
     m_pPacket->Release();
-    m_pPacket = first; // nullptr for an empty input: nothing to send
+    m_pPacket = first; // an empty input gives an empty packet of the output format
 }
 
 bool CZorAudioEncoder::DeliverPieces() {

@@ -305,7 +305,7 @@ void CZorAudioSource::OnBufferPosted(unsigned index) {
     BYTE* data = out->GetData();
     bool epilogueDone = false;
     if (m_EpilogueMode) {
-        const auto left = static_cast<DWORD>(m_Epilogue.GetLength() - m_EpiloguePos);
+        const auto left = static_cast<DWORD>(std::max(0, m_Epilogue.GetLength() - m_EpiloguePos));
         bytes = std::min(bytes, left);
         std::memcpy(data, m_Epilogue.c_str() + m_EpiloguePos, bytes);
         m_EpiloguePos += static_cast<int>(bytes);

@@ -186,8 +186,6 @@ public:
     // rate: optional "format" = "PCM" (default), "G711", "G721", "G723_24" or "G723_16".
     int GetFormatString(CJokCommandContext* context);
 
-    CZorAudioSource* Module() { return m_pModule; }
-
 private:
     static const CJokPropertyMap<CAudioSrcCom>& PropertyMap();
 

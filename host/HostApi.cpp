@@ -11,12 +11,14 @@
 #include "host/LuaComponent.h"
 #include "host/LuaFields.h"
 #include "host/LuaPacket.h"
+#include "host/LuaPlot.h"
 #include "host/LuaValue.h"
 #include "io/ScriptSink.h"
 #include "io/ScriptSource.h"
 #include "io/WavSink.h"
 #include "io/WavSource.h"
 
+#include <cmath>
 #include <lua.hpp>
 
 namespace {
@@ -167,7 +169,7 @@ int Run(lua_State* L, SLuaFault& fault) {
     CLuaFields fields(L, 1, "zor.run");
     fields.Allow({"seconds"});
     double seconds = 0;
-    if (!fields.Number("seconds", &seconds) && fields.Ok()) {
+    if (!fields.Finite("seconds", &seconds) && fields.Ok()) {
         fields.Fail("field 'seconds' is required");
     }
     if (fields.Ok() && seconds < 0) {
@@ -209,8 +211,9 @@ int Clock(lua_State* L, SLuaFault& fault) {
 }
 
 int Advance(lua_State* L, SLuaFault& fault) {
-    if (lua_type(L, 1) != LUA_TNUMBER || lua_tonumber(L, 1) < 0) {
-        return fault.Set("zor.advance: expects a number of milliseconds (not negative)");
+    if (lua_type(L, 1) != LUA_TNUMBER || !(lua_tonumber(L, 1) >= 0) ||
+        !std::isfinite(lua_tonumber(L, 1))) {
+        return fault.Set("zor.advance: expects a finite number of milliseconds (not negative)");
     }
     if (!BelIsVirtualClock()) {
         return fault.Set("zor.advance: the clock is real; call zor.clock(\"virtual\") first");
@@ -323,6 +326,7 @@ void HostInstallApi(lua_State* L, IJokModule* module) {
                                 {"now", &Now},
                                 {"capture", &LuaProtected<Capture>},
                                 {"properties", &LuaProtected<Properties>},
+                                {"plot_timeline", &LuaProtected<LuaPlotTimeline>},
                                 {nullptr, nullptr}};
     luaL_setfuncs(L, helpers, 0);
     LuaPushNull(L);

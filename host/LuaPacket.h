@@ -25,8 +25,11 @@ class CKorPacket;
 
 // Pushes a new Lua packet holding its own reference to packet (borrowed).
 void LuaPushPacket(lua_State* L, CKorPacket* packet);
-// The packet behind the Lua value at index (borrowed), or nullptr.
+// The packet behind the Lua value at index (borrowed), or nullptr (also for a packet value
+// whose reference was released).
 CKorPacket* LuaToPacket(lua_State* L, int index);
+// Whether the value at index is a packet value, released or not.
+bool LuaIsPacket(lua_State* L, int index);
 // Reads an audio format table; false with *error set when a field is missing or wrong.
 bool LuaReadAudioFormat(lua_State* L, int index, WAVEFORMATEX* format, std::string* error);
 void LuaRegisterPacketType(lua_State* L);

@@ -231,6 +231,9 @@ int CBelMessageLoop::Advance(double milliseconds) {
     if (!BelIsVirtualClock()) {
         return RunUntilIdle();
     }
+    if (!(milliseconds > 0)) {
+        milliseconds = 0; // NaN would never compare past a timer, and time does not run back
+    }
     const double end = BelDoubleTime() + milliseconds / 1000.0;
     int total = RunUntilIdle();
     for (;;) {
@@ -259,6 +262,9 @@ void CBelMessageLoop::WaitUntil(double deadline) {
 }
 
 int CBelMessageLoop::RunFor(double seconds) {
+    if (!(seconds > 0)) {
+        seconds = 0; // NaN would keep the end out of reach for ever
+    }
     if (BelIsVirtualClock()) {
         return Advance(seconds * 1000.0);
     }

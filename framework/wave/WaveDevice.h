@@ -28,7 +28,8 @@
 //
 // Threads: operations may be called from any one thread (the owner's). ALSA devices call back
 // on a thread of their own; file devices on the owner's message loop, from timers (so they
-// follow the virtual clock), and only while the owner's loop runs.
+// follow the virtual clock), and only while the owner's loop runs. A callback may queue a
+// buffer again, but must not start, stop, reset or close its device.
 #pragma once
 
 #include "framework/bel/BelString.h"

@@ -104,6 +104,19 @@ TEST_F(AdvancedPacketFilter, ScriptThatFailsLeavesNoFilter) {
     EXPECT_EQ(Variable("n"), 0) << "the old script no longer runs";
 }
 
+// A string variable that doubles on every packet once grew until the allocation failed and the
+// process ended; it now levels off with one line on the diagnostic output.
+TEST_F(AdvancedPacketFilter, StringDoubledOnEveryPacketLevelsOff) {
+    ASSERT_TRUE(SetFilter("$s = $s + $s + 'x';"));
+    CBelDiagnosticCapture capture;
+    for (int i = 0; i < 40; ++i)
+        m_Source.Push(MakeDataPacket(i));
+    EXPECT_EQ(m_Sink.Count(), 40);
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::Dump),
+              "CZorAdvancedPacketFilter::ProcessPacket -> string overflow (a string holds at "
+              "most 4194304 characters; the rest was cut)\n");
+}
+
 TEST_F(AdvancedPacketFilter, DelayHoldsInputUntilTheAlarm) {
     CVirtualClockScope clock;
     ASSERT_TRUE(SetFilter("if (TS == 1) { DELAY = 0.2; DELAY = 5; }"));

@@ -32,6 +32,16 @@ local messages = {
     { "zor.advance: the clock is real", function() zor.advance(10) end },
     { "zor.clock: expects \"virtual\" or \"real\"", function() zor.clock("fast") end },
     { "zor.run: field 'seconds' is required", function() zor.run{} end },
+    -- numbers bound for integer fields are checked, never converted out of range
+    { "field 'ts' must be a whole number from -2147483648 to 4294967295, not nan", function() zor.packet{ ts = 0/0 } end },
+    { "field 'ts' must be a whole number from -2147483648 to 4294967295, not 1e+300", function() zor.packet{ ts = 1e300 } end },
+    { "field 'ts' must be a whole number from -2147483648 to 4294967295, not 1.5", function() zor.packet{ ts = 1.5 } end },
+    { "field 'time' must be a whole number from -2147483648 to 2147483647, not nan", function() zor.packet{ kind = "timebase", time = 0/0 } end },
+    { "field 'stream' must be a whole number from -2147483648 to 2147483647, not 2147483648", function() zor.packet{ stream = 2^31 } end },
+    { "field 'rts' must be a finite number, not inf", function() zor.packet{ rts = 1/0 } end },
+    { "attributes map whole numbers to whole numbers (32-bit)", function() zor.packet{ attributes = { [1] = 2^40 } } end },
+    { "field 'seconds' must be a finite number, not nan", function() zor.run{ seconds = 0/0 } end },
+    { "zor.advance: expects a finite number of milliseconds", function() zor.advance(0/0) end },
     { "a packet has no field 'tz'", function() return zor.packet{}.tz end },
     { "cannot be called", function() sink() end },
 }
