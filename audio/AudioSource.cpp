@@ -118,8 +118,8 @@ void CZorAudioSource::SetDevice(const CBelString& name, const SKorWaveOptions& o
 
 unsigned long CZorAudioSource::PacketBytes() const {
     const unsigned long align = m_Format.nBlockAlign ? m_Format.nBlockAlign : 1;
-    const unsigned long bytes = static_cast<unsigned long>(m_Format.wBitsPerSample) *
-                                m_SamplesPerPacket / 8;
+    const unsigned long bytes =
+        static_cast<unsigned long>(m_Format.wBitsPerSample) * m_SamplesPerPacket / 8;
     return std::max(align, bytes - bytes % align);
 }
 
@@ -380,7 +380,8 @@ void CZorAudioSource::EmitSilence() {
     packet->SetRealTimeStamp(m_SilenceClock + static_cast<double>(offset) / 1000.0);
     AddToRing(packet);
 
-    const double frames = static_cast<double>(bytes / m_Format.nBlockAlign);
+    const unsigned long wholeFrames = bytes / m_Format.nBlockAlign; // PacketBytes is whole frames
+    const auto frames = static_cast<double>(wholeFrames);
     m_SilenceClock += frames / m_Format.nSamplesPerSec;
     m_SilenceSamples += frames;
     // Each packet is emitted at the start of its time, so the rate over the silence emitted
@@ -603,8 +604,7 @@ int CAudioSrcCom::ChannelsHandler(double* value, int set) {
         BelDump("AudioSource -> Cannot set the format when recording\n");
         return 0;
     }
-    m_pModule->SetPCMFormat(static_cast<int>(*value), format.wBitsPerSample,
-                            format.nSamplesPerSec);
+    m_pModule->SetPCMFormat(static_cast<int>(*value), format.wBitsPerSample, format.nSamplesPerSec);
     return 1;
 }
 

@@ -53,8 +53,8 @@ constexpr DWORD WHDR_PREPARED = 0x02;
 constexpr DWORD WHDR_INQUEUE = 0x10;
 
 // Callback messages.
-constexpr unsigned WOM_DONE = 0x3BD; // a playback buffer has been played
-constexpr unsigned WIM_DATA = 0x3C0; // a capture buffer is full (or given back by Stop/Reset)
+constexpr unsigned WOM_DONE = 0x3BD;    // a playback buffer has been played
+constexpr unsigned WIM_DATA = 0x3C0;    // a capture buffer is full (or given back by Stop/Reset)
 constexpr unsigned WAVE_FAILED = 0x3C8; // the device failed or its input ended (no header)
 
 enum EKorWaveError : int {

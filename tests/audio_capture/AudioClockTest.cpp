@@ -81,7 +81,8 @@ TEST(AudioClock, AClockAheadIsPulledBackAtOnce) {
 }
 
 TEST(AudioClock, WithoutCorrectionTheClockFollowsTheSystemClock) {
-    const SRun run = RunClock(5, [](int k) { return (k + 1) * 70.0; }, false);
+    const SRun run = RunClock(
+        5, [](int k) { return (k + 1) * 70.0; }, false);
     EXPECT_EQ(run.m_Stamps, std::vector<double>({0, 70, 140, 210, 280}));
 }
 

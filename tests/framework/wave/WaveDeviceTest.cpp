@@ -228,11 +228,20 @@ TEST(FileWaveDevice, OpenFailuresSayWhy) {
          "cannot open"},
         {"file:/nonexistent/x.wav", EKorWaveDirection::Out, kSpeechFormat, KORWAVE_BADDEVICE,
          "cannot create"},
-        {speech, EKorWaveDirection::In, {1, 1, 16000, 32000, 2, 16, 0}, KORWAVE_BADFORMAT,
+        {speech,
+         EKorWaveDirection::In,
+         {1, 1, 16000, 32000, 2, 16, 0},
+         KORWAVE_BADFORMAT,
          "asked for 16000 Hz"},
-        {speech, EKorWaveDirection::In, {7, 1, 8000, 8000, 1, 8, 0}, KORWAVE_BADFORMAT,
+        {speech,
+         EKorWaveDirection::In,
+         {7, 1, 8000, 8000, 1, 8, 0},
+         KORWAVE_BADFORMAT,
          "only 8- or 16-bit linear PCM"},
-        {speech, EKorWaveDirection::In, {1, 1, 8000, 24000, 3, 24, 0}, KORWAVE_BADFORMAT,
+        {speech,
+         EKorWaveDirection::In,
+         {1, 1, 8000, 24000, 3, 24, 0},
+         KORWAVE_BADFORMAT,
          "only 8- or 16-bit linear PCM"},
     };
     for (const SCase& c : cases) {
@@ -299,9 +308,13 @@ TEST(AlsaWaveDevice, OpenFailuresCarryAlsasWords) {
         const char* m_Words;
     } cases[] = {
         {"zor_nosuch", kSpeechFormat, KORWAVE_BADDEVICE, "Unknown PCM zor_nosuch"},
-        {"zor_speech", {1, 3, 8000, 48000, 6, 16, 0}, KORWAVE_BADFORMAT,
+        {"zor_speech",
+         {1, 3, 8000, 48000, 6, 16, 0},
+         KORWAVE_BADFORMAT,
          "3 channel(s) are not available"},
-        {"zor_speech", {1, 1, 96000, 192000, 2, 16, 0}, KORWAVE_BADFORMAT,
+        {"zor_speech",
+         {1, 1, 96000, 192000, 2, 16, 0},
+         KORWAVE_BADFORMAT,
          "96000 Hz is not available"},
     };
     for (const SCase& c : cases) {
@@ -329,7 +342,8 @@ TEST(AlsaWaveDevice, CaptureAndPlaybackCarryTheBytesThroughAlsa) {
     capture->Reset();
     const std::vector<BYTE> captured = in.Captured();
     ASSERT_GE(captured.size(), 20000u);
-    EXPECT_TRUE(std::equal(captured.begin(), captured.begin() + 20000, config.SpeechData().begin()));
+    EXPECT_TRUE(
+        std::equal(captured.begin(), captured.begin() + 20000, config.SpeechData().begin()));
     EXPECT_EQ(capture->Close(), KORWAVE_OK);
 
     CCallbackLog out;
