@@ -7,8 +7,8 @@
 //
 // Invariants:
 //  - Every packet passes on unchanged; only audio with format tag 1 and 16 bits per sample is
-//    measured, and packets of fewer than 2 bytes are not (others pass silently, as meters of
-//    this kind always did).
+//    measured, and packets of fewer than 2 bytes are not (the rest passes
+//    silently: the meter only ever reports a level).
 //  - The samples are cut into granules (64 samples unless set otherwise); each granule's level
 //    (ZorGranuleLevel) goes to one rate monitor and a count of one to another; "level" is their
 //    ratio over the monitors' recent span (250 ms of the framework clock), scaled up to a peak

@@ -56,7 +56,7 @@ protected:
 private:
     CZorLevelSubject* m_pSubject;
     CZorLevelAnalyzer m_Analyzer;
-    long m_ReportedFormat = 0; // format sequence number last reported as not measurable
+    long m_ReportedFormat = -1; // format sequence number last reported as not measurable
 };
 
 class CAudioAnalyzer2Com final : public CKor2PinComponent, public CZorLevelSubject {

@@ -88,7 +88,7 @@ private:
     std::shared_ptr<const std::string> m_pClip;
     std::size_t m_Position = 0;
     double m_Factor = 1.0;
-    long m_ReportedFormat = 0; // format sequence number last reported as not mixable
+    long m_ReportedFormat = -1; // format sequence number last reported as not mixable
 
     bool m_Generating = false;
     unsigned m_GeneratorRun = 0; // changes at every start and stop, so a tick knows its run

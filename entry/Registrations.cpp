@@ -12,6 +12,8 @@
 #include "analytics/counting/PeopleCountFilter.h"
 #include "analytics/motion/GVMDFilter.h"
 #include "analytics/motion/VMDFilter.h"
+#include "analytics/tracking/ObjectTracking.h"
+#include "analytics/tracking/VideoProcessingModule.h"
 #include "audio/AudioAnalyzer.h"
 #include "audio/AudioAnalyzer2.h"
 #include "audio/AudioDecoderCom.h"
@@ -28,7 +30,9 @@
 #include "routing/Synch.h"
 #include "storage/MetaDataReader.h"
 #include "storage/MetaDataWriter.h"
+#include "video/FrameWriter.h"
 #include "video/MotionLevelStamper.h"
+#include "video/PacketSource.h"
 #include "video/VideoDecompressorCom.h"
 
 namespace {
@@ -67,7 +71,7 @@ zorCJokHlpAutoRegFunction s_Reg30("CreateMetaDataReader", "&CreateMetaDataReader
 zorCJokHlpAutoRegFunction s_Reg31("CreateMultiplexer", "&CreateMultiplexer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateMultiplexer"); });
 zorCJokHlpAutoRegFunction s_Reg32("CreatePeopleCountFilter", "&CreatePeopleCountFilter", &CreatePeopleCountFilter);
 zorCJokHlpAutoRegFunction s_Reg33("CreateExitBlockingFilter", "&CreateExitBlockingFilter", &CreateExitBlockingFilter);
-zorCJokHlpAutoRegFunction s_Reg34("CreateObjectTrackingModule", "&CZorObjectTrackingModuleCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateObjectTrackingModule"); });
+zorCJokHlpAutoRegComponentFactory<CZorObjectTrackingModuleCom> s_Reg34("CreateObjectTrackingModule", "&CZorObjectTrackingModuleCom");
 zorCJokHlpAutoRegFunction s_Reg35("CreatePacketChainer", "&CreatePacketChainer", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketChainer"); });
 zorCJokHlpAutoRegFunction s_Reg36("CreatePacketDataReader", "&CreatePacketDataReader", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketDataReader"); });
 zorCJokHlpAutoRegFunction s_Reg37("CreatePacketDataWriter", "&CreatePacketDataWriter", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketDataWriter"); });
@@ -90,14 +94,14 @@ zorCJokHlpAutoRegFunction s_Reg53("CreateUpdateTimeFilter", "&CUpdateTimeFilter"
 zorCJokHlpAutoRegFunction s_Reg54("CreateVideoCompressor", "&CVideoCompressorCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoCompressor"); });
 zorCJokHlpAutoRegFunction s_Reg55("CreateVideoDecompressor", "&CreateVideoDecompressor", &CreateVideoDecompressor);
 zorCJokHlpAutoRegComponentFactory<CVideoFilterCom> s_Reg56("CreateVideoFilter", "&CVideoFilterCom");
-zorCJokHlpAutoRegFunction s_Reg57("CreateGenericVideoProcessingModule", "&CZorVideoProcessingModuleCom", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateGenericVideoProcessingModule"); });
+zorCJokHlpAutoRegComponentFactory<CZorVideoProcessingModuleCom> s_Reg57("CreateGenericVideoProcessingModule", "&CZorVideoProcessingModuleCom");
 zorCJokHlpAutoRegFunction s_Reg58("CreateVideoTranscoder", "&CreateVideoTranscoder", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoder"); });
 zorCJokHlpAutoRegFunction s_Reg59("CreateVideoTranscoderWMV", "&CreateVideoTranscoderWMV", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoTranscoderWMV"); });
 zorCJokHlpAutoRegComponentFactory<CVMDFilter> s_Reg60("CreateVMDFilter", "&CVMDFilter");
 zorCJokHlpAutoRegComponentFactory<CArchiveVMDFilter> s_Reg61("CreateArchiveVMDFilter", "&CArchiveVMDFilter");
-zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplay"); });
+zorCJokHlpAutoRegFunction s_Reg62("CreateVideoDisplay", "&CreateVideoDisplay", &CreateVideoDisplay);
 zorCJokHlpAutoRegFunction s_Reg63("CreateVideoDisplayDX", "&CreateVideoDisplay", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreateVideoDisplayDX"); });
-zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", [](CJokCommandContext* c) { return ZorNotAvailable(c, "CreatePacketSource"); });
+zorCJokHlpAutoRegFunction s_Reg64("CreatePacketSource", "&CreatePacketSource", &CreatePacketSource);
 // clang-format on
 
 } // namespace

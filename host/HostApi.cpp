@@ -1,6 +1,7 @@
 #include "host/HostApi.h"
 
 #include "framework/bel/BelClock.h"
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/bel/BelMessageLoop.h"
 #include "framework/jok/Command.h"
 #include "framework/jok/GenericData.h"
@@ -154,8 +155,9 @@ int Connect(lua_State* L, SLuaFault& fault) {
             return fault.Set("zor.connect: cannot link " + names +
                              ": packets go from an output pin to an input pin");
         }
-        if (!dataPathRegister::CDataPathRegistry::Connect(path.c_str(), from, to)) {
-            return fault.Set("zor.connect: cannot link " + names);
+        CBelString reason;
+        if (!dataPathRegister::CDataPathRegistry::Connect(path.c_str(), from, to, &reason)) {
+            return fault.Set("zor.connect: cannot link " + names + ": " + reason.str());
         }
     }
     // A linked graph lives as long as the script, whatever the script keeps in variables.
@@ -163,6 +165,26 @@ int Connect(lua_State* L, SLuaFault& fault) {
         state.Hold(LuaToObject(L, i));
     }
     return 0;
+}
+
+// zor.chain(path): the path's chains as PrintChain writes them, one module a line.
+int Chain(lua_State* L, SLuaFault& fault) {
+    if (lua_type(L, 1) != LUA_TSTRING) {
+        return fault.Set("zor.chain: expects a data path name");
+    }
+    const std::string path = lua_tostring(L, 1);
+    if (!dataPathRegister::CDataPathRegistry::IsKnown(path.c_str())) {
+        return fault.Set("zor.chain: no data path '" + path + "'");
+    }
+    CBelString text;
+    {
+        CBelDiagnosticCapture capture; // the chain is written as dump lines; keep them here
+        CCallScope scope(L);
+        dataPathRegister::CDataPathRegistry::PrintChain(path.c_str());
+        text = capture.Text(EBelDiagnosticKind::Dump);
+    }
+    lua_pushlstring(L, text.c_str(), static_cast<size_t>(text.GetLength()));
+    return 1;
 }
 
 int Run(lua_State* L, SLuaFault& fault) {
@@ -319,6 +341,7 @@ void HostInstallApi(lua_State* L, IJokModule* module) {
                                 {"wav_source", &LuaProtected<WavSource>},
                                 {"wav_sink", &LuaProtected<WavSink>},
                                 {"connect", &LuaProtected<Connect>},
+                                {"chain", &LuaProtected<Chain>},
                                 {"run", &LuaProtected<Run>},
                                 {"run_until_idle", &LuaProtected<RunUntilIdle>},
                                 {"clock", &LuaProtected<Clock>},

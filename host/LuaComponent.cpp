@@ -111,10 +111,12 @@ int NewIndex(lua_State* L, SLuaFault& fault) {
         return fault.Set(where + ": cannot take " + error);
     }
     int result = 0;
+    JokTakePropertyRefusal(); // a stale reason must not explain this write
     {
         CCallScope scope(L);
         result = self->m_pCommand->SetProperty(name, value);
     }
+    const std::string reason = JokTakePropertyRefusal().str();
     const char* given = JokGdTypeDescription(value->GetType());
     value->Release();
     if (result == -1) {
@@ -125,6 +127,10 @@ int NewIndex(lua_State* L, SLuaFault& fault) {
         bool readOnly = false;
         if (DescribeProperty(self->m_pCommand, name, &type, &readOnly) && readOnly) {
             return fault.Set(where + " is read-only");
+        }
+        // The component's own reason when it gave one, else what can be said from outside.
+        if (!reason.empty()) {
+            return fault.Set(where + ": " + reason);
         }
         return fault.Set(where + ": refused " + given +
                          (type.empty() ? std::string() : " (the property is " + type + ")"));

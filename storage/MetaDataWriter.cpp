@@ -14,6 +14,8 @@ namespace {
 constexpr const char* kDefaultPath = "video";
 constexpr int kVmdLevelAttribute = 1;
 constexpr int kMaxBatchRows = 1000000;
+// A locked archive is waited for at most this long (ms).
+constexpr double kMaxTimeoutMs = 60000;
 
 } // namespace
 
@@ -23,11 +25,11 @@ CZorMetaDataWriter::~CZorMetaDataWriter() {
     Close();
 }
 
-bool CZorMetaDataWriter::Open(const std::string& file, const std::string& camera,
+bool CZorMetaDataWriter::Open(const std::string& file, const std::string& camera, int timeoutMs,
                               std::string* error) {
     m_File = file;
     m_Camera = camera;
-    if (!m_Database.Open(file, zorarchive::CArchiveDatabase::WRITE, 2000, error)) {
+    if (!m_Database.Open(file, zorarchive::CArchiveDatabase::WRITE, timeoutMs, error)) {
         return false;
     }
     m_pWriter = std::make_unique<zorarchive::CArchiveWriter>(&m_Database);
@@ -227,22 +229,25 @@ int CreateMetaDataWriter(CJokCommandContext* context) {
     CBelString camera = "camera";
     CBelString dataPath;
     double batchRows = 1000;
+    double timeout = 2000;
     context->GetParam("file", &file, 0);
     context->GetParam("camera", &camera, 1);
     context->GetParam("dataPath", &dataPath, 1);
     context->GetParam("batchRows", &batchRows, 1);
+    context->GetParam("timeout", &timeout, 1);
     if (!context->CanProceed(0)) {
         return 1;
     }
-    if (file.IsEmpty() || std::isnan(batchRows) || batchRows < 1 || batchRows > kMaxBatchRows) {
-        context->OutputErrorString(
-            "CreateMetaDataWriter: file must name a file, batchRows be a count from 1 to 1000000");
+    if (file.IsEmpty() || std::isnan(batchRows) || batchRows < 1 || batchRows > kMaxBatchRows ||
+        std::isnan(timeout) || timeout < 0 || timeout > kMaxTimeoutMs) {
+        context->OutputErrorString("CreateMetaDataWriter: file must name a file, batchRows be a "
+                                   "count from 1 to 1000000, timeout ms from 0 to 60000");
         return 1;
     }
     auto* writer = new CMetaDataWriterCom(dataPath);
     writer->GetModule()->SetBatchRows(static_cast<int>(batchRows));
     std::string error;
-    if (!writer->Open(file.str(), camera.str(), &error)) {
+    if (!writer->Open(file.str(), camera.str(), static_cast<int>(timeout), &error)) {
         context->OutputErrorString(("CreateMetaDataWriter: " + error).c_str());
         writer->Release();
         return 1;

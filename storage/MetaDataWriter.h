@@ -9,7 +9,8 @@
 //
 // Creation parameters: "file" (required; made when missing), "camera" (default "camera"),
 // "dataPath" (joins that path by name; without it the writer serves "video" for explicit
-// connection), "batchRows" (frames per transaction, default 1000).
+// connection), "batchRows" (frames per transaction, default 1000), "timeout" (ms a locked
+// archive is waited for, default 2000).
 //
 // Invariants:
 //  - Frames are keyed (camera, the packet's stream number, time); a frame at a time already
@@ -42,7 +43,9 @@ public:
     CZorMetaDataWriter();
     ~CZorMetaDataWriter() override;
 
-    bool Open(const std::string& file, const std::string& camera, std::string* error);
+    // timeoutMs: how long a locked archive is waited for.
+    bool Open(const std::string& file, const std::string& camera, int timeoutMs,
+              std::string* error);
     // Commits the open batch; false with a dump line when the store fails.
     bool Commit();
     // Commits and closes; later packets pass unrecorded.
@@ -78,8 +81,9 @@ class CMetaDataWriterCom final : public CKor2PinComponent {
 public:
     // Joins dataPath by name when it is not empty; serves "video" otherwise.
     explicit CMetaDataWriterCom(const char* dataPath);
-    bool Open(const std::string& file, const std::string& camera, std::string* error) {
-        return m_pModule->Open(file, camera, error);
+    bool Open(const std::string& file, const std::string& camera, int timeoutMs,
+              std::string* error) {
+        return m_pModule->Open(file, camera, timeoutMs, error);
     }
     void JoinPath();
 
@@ -105,5 +109,5 @@ private:
     CZorMetaDataWriter* m_pModule; // owned by the bus as the path's context
 };
 
-// "CreateMetaDataWriter" { file, camera, dataPath, batchRows }.
+// "CreateMetaDataWriter" { file, camera, dataPath, batchRows, timeout }.
 int CreateMetaDataWriter(CJokCommandContext* context);

@@ -1,10 +1,12 @@
 #include "video/MotionLevelStamper.h"
 
 #include "framework/bel/BelDiagnostics.h"
+#include "framework/jok/GenericData.h"
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 #include "video/VideoFrame.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -12,6 +14,21 @@ namespace {
 // A held packet whose picture has not come after this many later packets never will: the codec
 // dropped it.
 constexpr std::int64_t kMaxHeld = 64;
+
+// The region's part of a plane (empty when they do not meet).
+SBeluiBitmap Crop(const SBeluiBitmap& plane, const CZorMotionLevelStamper::SRegion& region) {
+    if (region.m_Width <= 0) {
+        return plane;
+    }
+    const int left = std::min(region.m_X, plane.m_Width);
+    const int top = std::min(region.m_Y, plane.m_Height);
+    const int right = std::min(region.m_X + region.m_Width, plane.m_Width);
+    const int bottom = std::min(region.m_Y + region.m_Height, plane.m_Height);
+    if (right <= left || bottom <= top) {
+        return SBeluiBitmap{};
+    }
+    return SBeluiBitmap{plane.Row(top) + left, plane.m_Stride, right - left, bottom - top};
+}
 
 } // namespace
 
@@ -34,7 +51,8 @@ int CZorMotionLevelStamper::MeasureFrame(CKorVideoPacket* frame) {
     SBeluiBitmap previous;
     if (m_pPrevious && CZorVideoFrame::GetPlanes(frame, &current, nullptr) &&
         CZorVideoFrame::GetPlanes(m_pPrevious, &previous, nullptr)) {
-        level = ZorMeasureMotion(current, previous, m_Settings).m_Level;
+        level =
+            ZorMeasureMotion(Crop(current, m_Region), Crop(previous, m_Region), m_Settings).m_Level;
     }
     if (m_pPrevious) {
         m_pPrevious->Release();
@@ -173,6 +191,7 @@ const CJokPropertyMap<CVideoFilterCom>& CVideoFilterCom::PropertyMap() {
         m.AddNotifiedDouble("noiseFloor", &C::NoiseFloorHandler,
                             "&CVideoFilterCom::NoiseFloorHandler");
         m.AddNotifiedDouble("scale", &C::ScaleHandler, "&CVideoFilterCom::ScaleHandler");
+        m.AddNotifiedGenericData("region", &C::RegionHandler, "&CVideoFilterCom::RegionHandler");
         m.AddNotifiedDouble("threads", &C::ThreadsHandler, "&CVideoFilterCom::ThreadsHandler");
         m.AddNotifiedDouble("level", &C::LevelHandler, "&CVideoFilterCom::LevelHandler", 1);
         m.AddNotifiedDouble("stamped", &C::StampedHandler, "&CVideoFilterCom::StampedHandler", 1);
@@ -221,6 +240,54 @@ int CVideoFilterCom::ScaleHandler(double* value, int set) {
         return 0;
     }
     m_pModule->Settings().m_Scale = *value;
+    return 1;
+}
+
+int CVideoFilterCom::RegionHandler(CJokGenericData** value, int set) {
+    CZorMotionLevelStamper::SRegion& region = m_pModule->Region();
+    if (!set) {
+        const bool whole = region.m_Width <= 0;
+        CJokGdVector* vector = CJokGdVector::Allocate(whole ? 0 : 4);
+        const int fields[] = {region.m_X, region.m_Y, region.m_Width, region.m_Height};
+        for (int i = 0; !whole && i < 4; ++i) {
+            CJokGdDouble* number = CJokGdDouble::Allocate(fields[i]);
+            vector->SetElement(i, number);
+            number->Release();
+        }
+        *value = vector;
+        return 1;
+    }
+    // The script's null, or an empty vector: the whole picture. Else x, y, width, height.
+    if ((*value)->GetType() == JOKGD_NULL) {
+        region = {};
+        return 1;
+    }
+    if ((*value)->GetType() != JOKGD_VECTOR) {
+        return 0;
+    }
+    const auto* vector = static_cast<const CJokGdVector*>(*value);
+    if (vector->GetSize() == 0) {
+        region = {};
+        return 1;
+    }
+    int fields[4] = {};
+    for (int i = 0; i < 4 && vector->GetSize() == 4; ++i) {
+        const CJokGenericData* element = vector->GetElement(i);
+        if (!element || element->GetType() != JOKGD_DOUBLE) {
+            return 0;
+        }
+        const double number = static_cast<const CJokGdDouble*>(element)->GetValue();
+        const double low = i < 2 ? 0 : 1;
+        if (!(number >= low && number <= CZorVideoFrame::kMaxSide) ||
+            std::floor(number) != number) {
+            return 0;
+        }
+        fields[i] = static_cast<int>(number);
+    }
+    if (vector->GetSize() != 4) {
+        return 0;
+    }
+    region = CZorMotionLevelStamper::SRegion{fields[0], fields[1], fields[2], fields[3]};
     return 1;
 }
 

@@ -7,6 +7,7 @@
 //   local vf = zor.CreateVideoFilter{}
 //   zor.connect("video", source, vf, vmd)    -- put it before any fan-out: it stamps in place
 //   vf.noiseFloor = 12; vf.scale = 40
+//   vf.region = { 0, 176, 352, 64 }           -- x, y, width, height; {} for the whole picture
 //   print(vf.level, vf.stamped)
 //
 // Invariants:
@@ -47,6 +48,15 @@ public:
     void Flush() override;
 
     SZorMotionSettings& Settings() { return m_Settings; }
+    // The part of the picture measured, like a camera's motion window: x, y, width, height in
+    // picture samples, clipped to the picture; a width of 0 measures the whole picture.
+    struct SRegion {
+        int m_X = 0;
+        int m_Y = 0;
+        int m_Width = 0;
+        int m_Height = 0;
+    };
+    SRegion& Region() { return m_Region; }
     CZorVideoDecompressor& Decoder() { return m_Decoder; }
     // The last level stamped (-1 before the first).
     int LastLevel() const { return m_LastLevel; }
@@ -70,6 +80,7 @@ private:
 
     CZorVideoDecompressor m_Decoder;
     SZorMotionSettings m_Settings;
+    SRegion m_Region;
     CKorVideoPacket* m_pPrevious = nullptr; // the last picture measured, one reference
     std::deque<SHeld> m_Held;
     CKorPacketChainer m_Pending;
@@ -90,6 +101,7 @@ public:
 
     int NoiseFloorHandler(double* value, int set);
     int ScaleHandler(double* value, int set);
+    int RegionHandler(CJokGenericData** value, int set);
     int ThreadsHandler(double* value, int set);
     int LevelHandler(double* value, int set);
     int StampedHandler(double* value, int set);

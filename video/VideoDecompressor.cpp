@@ -204,13 +204,6 @@ int GetPictureBuffer(AVCodecContext* context, AVFrame* frame, int flags) {
     return 0;
 }
 
-// Quiets libavcodec's own console logging once per process: faults reach the diagnostics
-// through this class, once per stream, not as one console line per damaged macroblock.
-void QuietCodecLog() {
-    static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
-}
-
 } // namespace
 
 struct CZorVideoDecompressor::SImpl {
@@ -265,7 +258,7 @@ struct CZorVideoDecompressor::SImpl {
     }
 
     bool EnsureDecoder(const CKorVideoPacket* input);
-    bool Open(AVCodecID codec);
+    bool Open(AVCodecID codec, const std::vector<std::uint8_t>& setup);
     void Receive();
     CKorVideoPacket* MakeFrame(const AVFrame* picture);
     CKorVideoPacket* Convert(const AVFrame* picture, CKorVideoFormat* format);
@@ -281,7 +274,8 @@ struct CZorVideoDecompressor::SImpl {
     AVFrame* m_pFrame = av_frame_alloc();
     SwsContext* m_pScaler = nullptr;
 
-    long m_InputFormatSeq = 0; // of the last input that chose the codec
+    long m_InputFormatSeq = 0;       // of the last input that chose the codec
+    std::vector<std::uint8_t> m_Setup; // the open decoder's set-up data
     bool m_Reopen = false;     // a setting changed since the decoder was opened
     int m_Threads = 1;
     bool m_Grey = false;
@@ -299,7 +293,7 @@ struct CZorVideoDecompressor::SImpl {
     bool m_ReportedSetup = false;  // a fault of the format or codec was reported
 };
 
-bool CZorVideoDecompressor::SImpl::Open(AVCodecID codecId) {
+bool CZorVideoDecompressor::SImpl::Open(AVCodecID codecId, const std::vector<std::uint8_t>& setup) {
     if (m_pContext && avcodec_send_packet(m_pContext, nullptr) >= 0) {
         Receive(); // pictures of the old decoder still come out
     }
@@ -323,6 +317,15 @@ bool CZorVideoDecompressor::SImpl::Open(AVCodecID codecId) {
     if (m_Grey) {
         m_pContext->flags |= AV_CODEC_FLAG_GRAY; // codecs built with it skip chroma altogether
     }
+    if (!setup.empty()) {
+        // The codec owns its set-up data and reads past its end: a padded copy.
+        m_pContext->extradata = static_cast<std::uint8_t*>(
+            av_mallocz(setup.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        if (m_pContext->extradata) {
+            std::memcpy(m_pContext->extradata, setup.data(), setup.size());
+            m_pContext->extradata_size = static_cast<int>(setup.size());
+        }
+    }
     const int result = avcodec_open2(m_pContext, codec, nullptr);
     if (result < 0) {
         Fault(&m_ReportedSetup,
@@ -331,6 +334,7 @@ bool CZorVideoDecompressor::SImpl::Open(AVCodecID codecId) {
         return false;
     }
     m_CodecId = codecId;
+    m_Setup = setup;
     m_Reopen = false;
     return true;
 }
@@ -341,7 +345,10 @@ bool CZorVideoDecompressor::SImpl::EnsureDecoder(const CKorVideoPacket* input) {
         return true;
     }
     AVCodecID codec = m_CodecId; // a packet without a record continues its stream
-    if (const BITMAPINFOHEADER* header = input->GetBitmapInfo()) {
+    std::vector<std::uint8_t> setup = m_Setup;
+    if (const CKorVideoFormat* format = input->GetBitmapFormat()) {
+        const BITMAPINFOHEADER* header = &format->Header();
+        setup.assign(format->ExtraData(), format->ExtraData() + format->ExtraSize());
         codec = CodecOfFourCC(header->biCompression);
         if (codec == AV_CODEC_ID_NONE) {
             Fault(&m_ReportedSetup,
@@ -355,14 +362,14 @@ bool CZorVideoDecompressor::SImpl::EnsureDecoder(const CKorVideoPacket* input) {
         return false;
     }
     m_InputFormatSeq = seq;
-    if (m_pContext && !m_Reopen && codec == m_CodecId) {
+    if (m_pContext && !m_Reopen && codec == m_CodecId && setup == m_Setup) {
         return true; // new parameters of the same codec travel in band
     }
     if (codec != m_CodecId) {
         m_ReportedStream = false; // another codec: its faults are news
         m_ReportedSetup = false;
     }
-    return Open(codec);
+    return Open(codec, setup);
 }
 
 CKorVideoFormat* CZorVideoDecompressor::SImpl::FormatFor(int width, int height, bool grey,
@@ -683,6 +690,11 @@ long CZorVideoDecompressor::FramesDecoded() const {
 
 long CZorVideoDecompressor::ErrorCount() const {
     return m_p->m_Errors;
+}
+
+void CZorVideoDecompressor::QuietCodecLog() {
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
 }
 
 long CZorVideoDecompressor::DirectFrames() const {

@@ -89,6 +89,11 @@ public:
     // Frames handed on without a copy of their luma (the rest were converted).
     long DirectFrames() const;
 
+    // Switches libavcodec's own console messages off, once per process: faults reach the
+    // diagnostics through the classes that met them, once per stream, not as one console line
+    // per damaged macroblock or encoder setting.
+    static void QuietCodecLog();
+
 private:
     struct SImpl;
     const int m_OutputKind;

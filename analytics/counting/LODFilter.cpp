@@ -35,6 +35,11 @@ void CZorLODFilterModule::ProcessPacket() {
     m_HasTime = true;
     m_LastTime = time;
 
+    int width = 0;
+    int height = 0;
+    if (ZorFrameSize(packet, &width, &height)) {
+        m_Tracker.SetFrameSize(width, height);
+    }
     ZorReadFrameBoxes(packet, m_Boxes);
     m_Tracker.Update(time, m_Boxes.data(), m_Boxes.size());
     if (m_Tracker.Dropped() > 0 && !m_ToldTooMany) {

@@ -79,6 +79,11 @@ void CZorPCAFilter::ProcessPacket() {
     m_LastTime = time;
     CheckGeometry(packet);
 
+    int width = 0;
+    int height = 0;
+    if (ZorFrameSize(packet, &width, &height)) {
+        m_Tracker.SetFrameSize(width, height);
+    }
     ZorReadFrameBoxes(packet, m_Boxes);
     const std::vector<STrack>& tracks = m_Tracker.Update(time, m_Boxes.data(), m_Boxes.size());
     if (m_Tracker.Dropped() > 0 && !m_ToldTooMany) {

@@ -375,8 +375,10 @@ int CZorArchiveGVMDFilter::FindCollisions(CJokCommandContext* context) {
         m_TimeOffset = 0;
         Reset();
     } else if (!lowState) {
-        // The previous range ended in a collision: it goes on from this range's start.
-        SignalCollision(TruncateMs(start), true, -1.0);
+        // The previous range ended in a collision: it goes on from this range's start. Internal
+        // time is offset + source time, so the start is reopened there and reads back as
+        // StartTime, as a reopened motion interval does.
+        SignalCollision(Later(m_TimeOffset, TruncateMs(start)), true, -1.0);
     }
     Replay(TruncateMs(start), TruncateMs(end));
     m_Collecting = false;

@@ -7,10 +7,10 @@
 //  - the peak is the largest absolute sample seen; while raising is on, it decays by 5% when a
 //    countdown runs out, and the countdown is then reloaded with twice the sample rate taken as
 //    seconds, so after the first decay the peak only decays again after that long without a new
-//    peak (kept as it always was, so raised levels stay where recordings expect them);
+//    peak (deliberate: raised streams keep the gain they had in earlier releases);
 //  - raised samples are the integer part (toward zero) of sample x target / peak, wrapped to 16
-//    bits rather than saturated, as they always were; a peak decayed below the block's samples
-//    can therefore wrap loud samples;
+//    bits rather than saturated (deliberate, for the same reason); a peak decayed below the
+//    block's samples can therefore wrap loud samples;
 //  - blocks whose level is below a suppression level are not raised (the peak is still tracked).
 // Decisions where the arithmetic has no answer: an empty block measures nothing; a peak of 0
 // (silence, or a peak of 1 decayed to 0) raises as a peak of 1 would, so zeros stay zeros and

@@ -1,9 +1,14 @@
 // Decoding through CZorVideoDecompressor against a plain libavcodec loop over the same packets
 // in memory, one thread each. Every iteration decodes the clip both ways, alternating, so that a
 // busy machine slows both alike; the counters give frames per second of each and their ratio.
+//
+// Motion-level stamping beyond the decode it shares: the measure over pictures decoded
+// beforehand, pairs of consecutive pictures, as the stamper compares them.
 #include "framework/kor/Packet.h"
 #include "tests/video/ClipReader.h"
 #include "video/VideoDecompressor.h"
+#include "video/VideoFrame.h"
+#include "video/core/MotionLevel.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -102,6 +107,55 @@ void Decode(benchmark::State& state, const char* file, bool grey) {
     state.SetLabel(std::to_string(clip.Width()) + "x" + std::to_string(clip.Height()) +
                    (grey ? " grey" : " NV12"));
 }
+
+// Up to limit grey pictures of the clip, decoded once.
+std::vector<CKorVideoPacket*> GreyPictures(const zortest::CClipPackets& clip, int limit) {
+    CZorVideoDecompressor decoder(CZorVideoDecompressor::OUTPUT_PLANAR);
+    decoder.SetGreyOutput(true);
+    std::vector<CKorVideoPacket*> pictures;
+    for (int i = 0; i < clip.Count() && static_cast<int>(pictures.size()) < limit; ++i) {
+        bool produced = false;
+        if (CKorVideoPacket* frame = decoder.Decompress(clip.At(i), &produced)) {
+            pictures.push_back(frame);
+        }
+    }
+    return pictures;
+}
+
+void Stamp(benchmark::State& state, const char* file, bool reference) {
+    const zortest::CClipPackets clip(zortest::ClipPath(file));
+    if (!clip.Ok()) {
+        state.SkipWithError(clip.Error().c_str());
+        return;
+    }
+    const std::vector<CKorVideoPacket*> pictures = GreyPictures(clip, 40);
+    std::vector<SBeluiBitmap> planes(pictures.size());
+    for (size_t i = 0; i < pictures.size(); ++i) {
+        CZorVideoFrame::GetPlanes(pictures[i], &planes[i], nullptr);
+    }
+    const SZorMotionSettings settings;
+    size_t next = 1;
+    long levels = 0;
+    for (auto _ : state) {
+        const SBeluiBitmap& current = planes[next];
+        const SBeluiBitmap& previous = planes[next - 1];
+        levels += reference ? ZorMeasureMotionReference(current, previous, settings).m_Level
+                            : ZorMeasureMotion(current, previous, settings).m_Level;
+        next = next + 1 < planes.size() ? next + 1 : 1;
+    }
+    benchmark::DoNotOptimize(levels);
+    for (CKorVideoPacket* picture : pictures) {
+        picture->Release();
+    }
+    state.SetItemsProcessed(state.iterations());
+    state.SetLabel(std::to_string(clip.Width()) + "x" + std::to_string(clip.Height()) +
+                   (reference ? " plain kernel" : " SSE2 kernel"));
+}
+
+BENCHMARK_CAPTURE(Stamp, cif, "bench-cif.ts", false);
+BENCHMARK_CAPTURE(Stamp, cif_plain, "bench-cif.ts", true);
+BENCHMARK_CAPTURE(Stamp, hd, "bench-hd.ts", false);
+BENCHMARK_CAPTURE(Stamp, hd_plain, "bench-hd.ts", true);
 
 BENCHMARK_CAPTURE(Decode, cif, "bench-cif.ts", false)->Unit(benchmark::kMillisecond)->MinTime(3);
 BENCHMARK_CAPTURE(Decode, cif_grey, "bench-cif.ts", true)

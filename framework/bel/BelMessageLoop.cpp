@@ -1,5 +1,7 @@
 #include "framework/bel/BelMessageLoop.h"
 
+#include "framework/bel/BelDiagnostics.h"
+
 #include "framework/bel/BelClock.h"
 #include "framework/bel/BelIdleProcess.h"
 #include "framework/bel/BelTimer.h"
@@ -171,8 +173,13 @@ int CBelMessageLoop::DeliverPosted() {
         // The window may have been destroyed since the post: the message is dropped then.
         if (IBelWindowTarget* target = TargetOf(posted.m_Window)) {
             ++s_MessageCount;
-            target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
-                                    posted.m_LParam);
+            try {
+                target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
+                                        posted.m_LParam);
+            } catch (...) {
+                BelDumpCurrentException("CBelMessageLoop::DeliverPosted",
+                                        "the message was dropped");
+            }
             ++delivered;
         }
     }
@@ -203,7 +210,11 @@ int CBelMessageLoop::FireDueTimers(double now) {
         if (!timer) {
             return fired;
         }
-        timer->TimeOut(BelGetTime());
+        try {
+            timer->TimeOut(BelGetTime());
+        } catch (...) {
+            BelDumpCurrentException("CBelMessageLoop::FireDueTimers", "the alarm was dropped");
+        }
         ++fired;
     }
 }

@@ -13,10 +13,11 @@ namespace {
 constexpr char kPackedTag[] = "M1:";
 constexpr long kPackedTagLength = 3;
 constexpr long kMaxCoordinate = 0xFFFF;
+// Mask pieces are tested in blocks of this many (the arrays are padded with empty pieces), so
+// that the inner loop has a fixed length the compiler turns into whole vectors.
+constexpr size_t kPieceBlock = 8;
 
-struct SRect {
-    std::int32_t m_Left, m_Top, m_Right, m_Bottom;
-};
+using SRect = CKorBoundingBoxesMD::SRect;
 
 bool IsEmpty(const SRect& r) {
     return r.m_Right <= r.m_Left || r.m_Bottom <= r.m_Top;
@@ -24,16 +25,15 @@ bool IsEmpty(const SRect& r) {
 
 // The area of the union of rects: x-slabs between successive edges, and in each slab the merged
 // y-intervals of the rectangles that span it.
-long long UnionArea(const std::vector<SRect>& rects) {
-    std::vector<std::int32_t> xs;
-    xs.reserve(rects.size() * 2);
+long long UnionArea(const std::vector<SRect>& rects, std::vector<std::int32_t>& xs,
+                    std::vector<std::pair<std::int32_t, std::int32_t>>& spans) {
+    xs.clear();
     for (const SRect& r : rects) {
         xs.push_back(r.m_Left);
         xs.push_back(r.m_Right);
     }
     std::sort(xs.begin(), xs.end());
     xs.erase(std::unique(xs.begin(), xs.end()), xs.end());
-    std::vector<std::pair<std::int32_t, std::int32_t>> spans;
     long long area = 0;
     for (size_t i = 0; i + 1 < xs.size(); ++i) {
         spans.clear();
@@ -210,11 +210,11 @@ bool CKorBoundingBoxesMD::Parse(const char* text, long length, CBelString* error
     return true;
 }
 
-const std::vector<CKorBoundingBoxesMD::SPiece>& CKorBoundingBoxesMD::Pieces() const {
+const CKorBoundingBoxesMD::SPieces& CKorBoundingBoxesMD::Pieces() const {
     if (m_PiecesValid) {
         return m_Pieces;
     }
-    m_Pieces.clear();
+    m_Pieces = SPieces{};
     std::vector<std::int32_t> xs;
     for (const SKorBoundingBox& box : m_Boxes) {
         if (box.m_Right > box.m_Left && box.m_Bottom > box.m_Top) {
@@ -232,7 +232,10 @@ const std::vector<CKorBoundingBoxesMD::SPiece>& CKorBoundingBoxesMD::Pieces() co
     std::int32_t runStart = 0, runEnd = 0;
     const auto emit = [&] {
         for (const auto& [top, bottom] : previous) {
-            m_Pieces.push_back(SPiece{runStart, top, runEnd, bottom});
+            m_Pieces.m_Left.push_back(runStart);
+            m_Pieces.m_Top.push_back(top);
+            m_Pieces.m_Right.push_back(runEnd);
+            m_Pieces.m_Bottom.push_back(bottom);
         }
     };
     Spans spans;
@@ -262,6 +265,14 @@ const std::vector<CKorBoundingBoxesMD::SPiece>& CKorBoundingBoxesMD::Pieces() co
         runEnd = xs[i + 1];
     }
     emit();
+    m_PieceCount = m_Pieces.m_Left.size();
+    const size_t padded = (m_PieceCount + kPieceBlock - 1) / kPieceBlock * kPieceBlock;
+    for (std::vector<std::int32_t>* side :
+         {&m_Pieces.m_Left, &m_Pieces.m_Top, &m_Pieces.m_Right, &m_Pieces.m_Bottom}) {
+        side->resize(padded, 0); // empty pieces: they overlap nothing
+    }
+    m_Best.assign(padded, 0);
+    m_Sum.assign(padded, 0);
     m_PiecesValid = true;
     return m_Pieces;
 }
@@ -269,50 +280,87 @@ const std::vector<CKorBoundingBoxesMD::SPiece>& CKorBoundingBoxesMD::Pieces() co
 long long CKorBoundingBoxesMD::OverlapArea(const CKorBoundingBoxesMD& boxes) const {
     // The pieces are disjoint, so the overlap is the sum over pieces of the union of the boxes
     // clipped to each.
+    const SPieces& pieces = Pieces();
     long long area = 0;
-    std::vector<SRect> clipped;
-    for (const SPiece& piece : Pieces()) {
+    std::vector<SRect>& clipped = m_Scratch.m_Clipped;
+    for (size_t j = 0; j < m_PieceCount; ++j) {
         clipped.clear();
         for (const SKorBoundingBox& box : boxes.m_Boxes) {
-            const SRect r = Clip(box, piece.m_Left, piece.m_Top, piece.m_Right, piece.m_Bottom);
+            const SRect r =
+                Clip(box, pieces.m_Left[j], pieces.m_Top[j], pieces.m_Right[j], pieces.m_Bottom[j]);
             if (!IsEmpty(r)) {
                 clipped.push_back(r);
             }
         }
-        area += UnionArea(clipped);
+        area += UnionArea(clipped, m_Scratch.m_Xs, m_Scratch.m_Spans);
     }
     return area;
 }
+
+namespace {
+
+// Every box against every piece: per piece the largest and the summed box overlap. Answers true
+// as soon as one box covers `needed` pixels of one piece (the sums are then incomplete). Built
+// twice, for AVX2 and for the baseline, and the loader picks one; it is integer arithmetic, so
+// both give the same answers.
+__attribute__((target_clones("avx2", "default"))) bool
+PairOverlaps(const SKorBoundingBox* boxes, size_t count, const std::int32_t* __restrict left,
+             const std::int32_t* __restrict top, const std::int32_t* __restrict right,
+             const std::int32_t* __restrict bottom, size_t blocks, long long needed,
+             long long* __restrict best, long long* __restrict sum) {
+    for (size_t j = 0; j < blocks * kPieceBlock; ++j) {
+        best[j] = 0;
+        sum[j] = 0;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        const std::int32_t l = boxes[i].m_Left, t = boxes[i].m_Top;
+        const std::int32_t r = boxes[i].m_Right, b = boxes[i].m_Bottom;
+        long long largest = 0;
+        for (size_t block = 0; block < blocks; ++block) {
+            const size_t base = block * kPieceBlock;
+            for (size_t k = 0; k < kPieceBlock; ++k) {
+                const size_t j = base + k;
+                std::int32_t w = std::min(r, right[j]) - std::max(l, left[j]);
+                std::int32_t h = std::min(b, bottom[j]) - std::max(t, top[j]);
+                w = w > 0 ? w : 0;
+                h = h > 0 ? h : 0;
+                const long long a = static_cast<long long>(w) * h;
+                sum[j] += a;
+                best[j] = a > best[j] ? a : best[j];
+                largest = a > largest ? a : largest;
+            }
+        }
+        if (largest >= needed) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
 
 bool CKorBoundingBoxesMD::Intersects(const CKorBoundingBoxesMD* boxes, long minOverlap) const {
     if (!boxes || boxes->m_Boxes.empty()) {
         return false;
     }
     const long long needed = std::max(minOverlap, 1L);
+    const SPieces& pieces = Pieces();
     // Bounds first: the largest single box-piece overlap per piece sums to no more than the
     // exact area (pieces are disjoint), and all pairwise overlaps sum to no less. Only when the
     // threshold falls between them is the exact sweep needed.
+    if (PairOverlaps(boxes->m_Boxes.data(), boxes->m_Boxes.size(), pieces.m_Left.data(),
+                     pieces.m_Top.data(), pieces.m_Right.data(), pieces.m_Bottom.data(),
+                     pieces.m_Left.size() / kPieceBlock, needed, m_Best.data(), m_Sum.data())) {
+        return true;
+    }
     long long lower = 0;
     long long upper = 0;
-    const SKorBoundingBox* first = boxes->m_Boxes.data();
-    const size_t count = boxes->m_Boxes.size();
-    for (const SPiece& piece : Pieces()) {
-        long long best = 0;
-        for (size_t i = 0; i < count; ++i) {
-            const SKorBoundingBox& box = first[i];
-            const std::int32_t w = std::min<std::int32_t>(box.m_Right, piece.m_Right) -
-                                   std::max<std::int32_t>(box.m_Left, piece.m_Left);
-            const std::int32_t h = std::min<std::int32_t>(box.m_Bottom, piece.m_Bottom) -
-                                   std::max<std::int32_t>(box.m_Top, piece.m_Top);
-            const long long a =
-                static_cast<long long>(std::max(w, 0)) * static_cast<long long>(std::max(h, 0));
-            upper += a;
-            best = std::max(best, a);
-        }
-        lower += best;
-        if (lower >= needed) {
-            return true;
-        }
+    for (size_t j = 0; j < m_PieceCount; ++j) {
+        lower += m_Best[j];
+        upper += m_Sum[j];
+    }
+    if (lower >= needed) {
+        return true;
     }
     if (upper < needed) {
         return false;

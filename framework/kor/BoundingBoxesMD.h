@@ -54,6 +54,11 @@ public:
     // failure answers false, leaves the boxes unchanged and, when error is given, says why.
     bool Parse(const char* text, long length, CBelString* error);
 
+    // A rectangle in 32-bit coordinates (for the overlap arithmetic).
+    struct SRect {
+        std::int32_t m_Left, m_Top, m_Right, m_Bottom;
+    };
+
     // True when boxes (borrowed, may be nullptr) cover at least minOverlap pixels of this
     // object's rectangles (a minOverlap below 1 asks for one pixel).
     bool Intersects(const CKorBoundingBoxesMD* boxes, long minOverlap) const;
@@ -64,13 +69,24 @@ protected:
     CKorMetadataHandler* CloneOne() const override;
 
 private:
-    struct SPiece {
-        std::int32_t m_Left, m_Top, m_Right, m_Bottom;
+    // The union of the boxes as disjoint pieces, one array per coordinate so that a frame's
+    // boxes are tested against all pieces at once.
+    struct SPieces {
+        std::vector<std::int32_t> m_Left, m_Top, m_Right, m_Bottom;
     };
-    // The union of the boxes as disjoint pieces, made when first needed after a change.
-    const std::vector<SPiece>& Pieces() const;
+    // Made when first needed after a change.
+    const SPieces& Pieces() const;
 
     std::vector<SKorBoundingBox> m_Boxes;
-    mutable std::vector<SPiece> m_Pieces;
+    mutable SPieces m_Pieces; // padded with empty pieces to whole blocks
+    mutable std::size_t m_PieceCount = 0;
     mutable bool m_PiecesValid = false;
+    // Per-test scratch, kept so that a test allocates nothing once warm: an object serves one
+    // detector, whose calls do not overlap.
+    mutable std::vector<long long> m_Best, m_Sum;
+    mutable struct {
+        std::vector<SRect> m_Clipped;
+        std::vector<std::int32_t> m_Xs;
+        std::vector<std::pair<std::int32_t, std::int32_t>> m_Spans;
+    } m_Scratch;
 };

@@ -101,6 +101,11 @@ public:
 
     static int sm_PrintOffset;
 
+    // Counts changes of the module graph (links made or broken, components joining paths), so
+    // that a check of the whole graph runs again only when something changed.
+    static unsigned LinkGeneration() { return sm_LinkGeneration; }
+    static void NoteGraphChange() { ++sm_LinkGeneration; }
+
 protected:
     struct SNullTag {};
     // The null module's own constructor: its neighbours are itself.
@@ -111,6 +116,7 @@ protected:
     int m_InRecv = 0;
 
 private:
+    static unsigned sm_LinkGeneration;
     CBelString m_Name;
     CKorModule* m_pUpStream;
     CKorModule* m_pDownStream;
@@ -127,6 +133,10 @@ CKorModule& operator|(CKorModule& a, CKorModule& b);
 class CKorNullModule : public CKorModule {
 public:
     static CKorNullModule* GetModule();
+    // Called whenever a packet falls off an open end (the data path registry installs one that
+    // names the end once per path); nullptr for none.
+    using DropObserver = void (*)();
+    static void SetDropObserver(DropObserver observer);
 
     int Receive(CKorPacket* packet) override;
     void Poll() override {}

@@ -174,15 +174,6 @@ TEST_F(AudioAnalyzer2, ClockStampsPacketsWithoutRealTime) {
     EXPECT_EQ(m_Sink.Packets()[1]->GetRealTimeStamp(), -1.0); // the packet itself is untouched
 }
 
-TEST_F(AudioAnalyzer2, RaisingWorksOnThePassingSamples) {
-    Set(m_pCom, "maximizeTo", 16000);
-    m_Source.Push(Block(1.0, 2000));
-    const auto* samples = reinterpret_cast<const short*>(m_Sink.Packets()[0]->GetData());
-    EXPECT_EQ(samples[0], 16000);
-    EXPECT_EQ(samples[719], 16000);
-    EXPECT_EQ(Number(m_pCom->GetProperty("level", 0)), 2000.0 * 2000 / 65536);
-}
-
 // Dropping a detector detaches it; its analyzer goes on; a detector may drop itself, or be
 // dropped by another's callback, inside the packet step.
 TEST_F(AudioAnalyzer2, DetectorsMayBeDroppedAtAnyTime) {
@@ -214,39 +205,6 @@ TEST_F(AudioAnalyzer2, DetectorOutlivesItsAnalyzer) {
     EXPECT_EQ(detector->Core().DetectionValue(), kLoud * kLoud / 65536);
 }
 
-TEST_F(AudioAnalyzer2, GetDetectorRefusesWindowsThatNeverEmpty) {
-    CBelDiagnosticCapture capture;
-    EXPECT_EQ(GetDetector(-1.0, 10.0), nullptr);
-    EXPECT_EQ(GetDetector(1.0, std::numeric_limits<double>::quiet_NaN()), nullptr);
-    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError),
-              "AudioAnalyzer2: GetDetector: detectionWindow and baselineWindow must be seconds, "
-              "0 or more"
-              "AudioAnalyzer2: GetDetector: detectionWindow and baselineWindow must be seconds, "
-              "0 or more");
-    CJokCommandContext missing;
-    missing.AddParam("detectionWindow", 1.0);
-    m_pCom->GetDetector(&missing);
-    EXPECT_EQ(missing.GetReturnValue(), nullptr);
-    EXPECT_NE(GetDetector(0.0, 0.0), nullptr);
-}
-
-// One stored threshold, two modes: reading the other mode's property gives nothing.
-TEST_F(AudioAnalyzer2, ThresholdPropertiesShareOneValue) {
-    CDetector* detector = GetDetector(1.0, 1.0);
-    Set(detector, "multiplierThreshold", 3.0);
-    CJokGenericData* absolute = detector->GetProperty("threshold", 0);
-    EXPECT_EQ(absolute->GetType(), JOKGD_NONE);
-    absolute->Release();
-    EXPECT_EQ(Number(detector->GetProperty("multiplierThreshold", 0)), 3.0);
-    Set(detector, "threshold", 5.0);
-    EXPECT_EQ(Number(detector->GetProperty("threshold", 0)), 5.0);
-    CJokGenericData* value = CJokGdDouble::Allocate(1.0);
-    EXPECT_EQ(detector->SetProperty("detectionValue", value), 0);
-    EXPECT_EQ(detector->SetProperty("baselineValue", value), 0);
-    EXPECT_EQ(m_pCom->SetProperty("level", value), 0);
-    value->Release();
-}
-
 // The older meter on a steady signal whose high byte is 16: every granule reads 16, and a stream
 // whose peak stays below 80 is shown scaled up to 80.
 TEST(AudioAnalyzer, SteadyQuietSignalReadsAtTheScaledPeak) {
@@ -269,15 +227,6 @@ TEST(AudioAnalyzer, SteadyQuietSignalReadsAtTheScaledPeak) {
     EXPECT_EQ(sink.Count(), 4);
     source.LinkModule(CKorNullModule::GetModule());
     com->Release();
-}
-
-TEST(AudioAnalyzer, GranularityBelowOneIsAProgrammingFault) {
-    CBelDiagnosticCapture capture;
-    CZorAudioAnalyzer meter;
-    EXPECT_EQ(meter.GetName(), "AudioAnalyzer");
-    const long before = BelAssertCount();
-    meter.SetSampleGranularity(0);
-    EXPECT_EQ(BelAssertCount(), before + 1);
 }
 
 } // namespace

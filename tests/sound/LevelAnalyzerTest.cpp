@@ -31,15 +31,6 @@ TEST(LevelAnalyzer, LevelIsTheMeanSquareOver65536) {
     EXPECT_EQ(analyzer.Peak(), 32768);
 }
 
-TEST(LevelAnalyzer, EmptyBlockMeasuresNothing) {
-    CZorLevelAnalyzer analyzer;
-    analyzer.m_MaximizeTo = 1000;
-    SZorLevelSample sample{};
-    EXPECT_FALSE(analyzer.Process(nullptr, 0, 8000.0, 1.0, &sample));
-    EXPECT_EQ(analyzer.Level(), 0.0);
-    EXPECT_EQ(analyzer.Countdown(), 0.0);
-}
-
 TEST(LevelAnalyzer, RaisesToTheTargetPeakAndMeasuresBefore) {
     CZorLevelAnalyzer analyzer;
     analyzer.m_MaximizeTo = 30000;

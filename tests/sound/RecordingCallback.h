@@ -1,5 +1,5 @@
-// A script callback for component tests: records the positional values of every call and can
-// run an action inside the call.
+// A script callback for component tests: records each call's numbers (booleans as 0 or 1) and
+// strings, the calling component (the last value) left out, and can act inside the call.
 #pragma once
 
 #include "framework/jok/Command.h"
@@ -14,8 +14,6 @@ namespace zortest {
 
 class CRecordingCallback : public CJokSimpleCommandObject {
 public:
-    // One call: booleans and numbers as doubles, strings as text; the calling component (the
-    // last value) is not kept.
     struct SCall {
         std::vector<double> m_Numbers;
         std::vector<std::string> m_Texts;
@@ -25,18 +23,12 @@ public:
         SCall call;
         for (int i = 0; i + 1 < context->GetPositionalCount(); ++i) {
             const CJokGenericData* value = context->GetPositional(i);
-            switch (value->GetType()) {
-            case JOKGD_BOOLEAN:
+            if (value->GetType() == JOKGD_BOOLEAN) {
                 call.m_Numbers.push_back(static_cast<const CJokGdBoolean*>(value)->GetValue());
-                break;
-            case JOKGD_DOUBLE:
+            } else if (value->GetType() == JOKGD_DOUBLE) {
                 call.m_Numbers.push_back(static_cast<const CJokGdDouble*>(value)->GetValue());
-                break;
-            case JOKGD_STRING:
+            } else if (value->GetType() == JOKGD_STRING) {
                 call.m_Texts.push_back(static_cast<const CJokGdString*>(value)->GetString().str());
-                break;
-            default:
-                break;
             }
         }
         m_Calls.push_back(call);

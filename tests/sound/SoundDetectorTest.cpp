@@ -68,21 +68,6 @@ TEST_F(SoundDetectorSteps, QuietMustOutlastTheSeparationAfterTheLastLoudSample) 
          {1.875, 1, kEnd, kIdle}});
 }
 
-TEST(SoundDetector, ThresholdModesShareOneValue) {
-    CZorSoundDetector detector(1.0, 1.0);
-    double value = -1;
-    EXPECT_TRUE(detector.GetThreshold(&value));
-    EXPECT_EQ(value, 0.0);
-    EXPECT_FALSE(detector.GetMultiplierThreshold(&value));
-    detector.SetMultiplierThreshold(3.0);
-    EXPECT_FALSE(detector.GetThreshold(&value));
-    EXPECT_TRUE(detector.GetMultiplierThreshold(&value));
-    EXPECT_EQ(value, 3.0);
-    detector.SetThreshold(7.0);
-    EXPECT_TRUE(detector.GetThreshold(&value));
-    EXPECT_EQ(value, 7.0);
-}
-
 TEST(SoundDetector, MultiplierLimitFollowsTheBaseline) {
     CZorSoundDetector detector(0.0, 100.0);
     detector.m_BaselineSearchPeriod = 0.0; // every sample feeds the baseline

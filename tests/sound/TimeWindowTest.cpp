@@ -45,14 +45,4 @@ TEST(TimeWindow, SilenceAfterLoudnessAveragesExactlyZero) {
     EXPECT_EQ(window.Average(), 0.0);
 }
 
-TEST(TimeWindow, ShiftMovesTimesAndKeepsValues) {
-    CZorTimeWindow window(1.0);
-    window.Add(100.0, 1.0);
-    window.Add(100.5, 3.0);
-    window.Shift(-100.0);
-    EXPECT_EQ(window.NewestTime(), 0.5);
-    window.Add(0.9, 5.0); // 0.0 is within a second of 0.9: still there
-    EXPECT_EQ(window.Average(), 3.0);
-}
-
 } // namespace

@@ -1,7 +1,7 @@
 -- Makes the sound tests' input: three spoken phrases with pauses of known length between them,
 -- over a faint noise floor, at 8 kHz 16-bit mono; and beside it the truth, the phrases' start and
--- end times. Speech comes from espeak-ng, silences, trimming and mixing from sox; without them a
--- synthetic speech-like signal stands in. Run from the project root.
+-- end times. Speech comes from espeak-ng; silences, trimming and mixing from sox. Run from the
+-- project root.
 --
 --   zor-run tests/sound/make_speech.lua OUT.wav      -- also writes OUT.truth.lua
 local codecs = dofile("examples/lib/codecs.lua")
@@ -74,52 +74,13 @@ local function make_with_tools()
     return ok and spans
 end
 
--- The same layout from the codecs' synthetic speech-like signal, over pseudo-random noise.
-local function make_synthetic()
-    local samples, spans, t = {}, {}, lead
-    local seed = 4242
-    local function noise()
-        seed = (seed * 1103515245 + 12345) % 2147483648
-        return math.floor((seed / 2147483648 - 0.5) * 2 * 32768 * noise_volume)
-    end
-    local function append(values)
-        for _, v in ipairs(values) do
-            samples[#samples + 1] = math.max(-32768, math.min(32767, v + noise()))
-        end
-    end
-    local function silence(seconds)
-        local values = {}
-        for k = 1, math.floor(seconds * rate) do
-            values[k] = 0
-        end
-        append(values)
-    end
-    silence(lead)
-    for i, phrase in ipairs(phrases) do
-        local voiced = codecs.synthetic_signal(1.2 + 0.4 * i)
-        for k, v in ipairs(voiced) do
-            voiced[k] = math.floor(v * phrase.volume)
-        end
-        append(voiced)
-        spans[i] = { start = t, stop = t + #voiced / rate }
-        local after = i < #phrases and pauses[i] or tail
-        silence(after)
-        t = spans[i].stop + after
-    end
-    codecs.write_wav(file, samples, rate)
-    return spans
-end
-
-local kind = "speech"
-local spans = have_tools() and make_with_tools()
-if not spans then
-    kind, spans = "synthetic", make_synthetic()
-end
+assert(have_tools(), "the sound tests' speech needs espeak-ng and sox (scripts/install-deps.sh)")
+local spans = assert(make_with_tools(), "espeak-ng or sox failed")
 local out = assert(io.open(truth_file, "w"))
-out:write("-- ", kind, ": phrase start and end times in seconds\nreturn {\n")
+out:write("-- phrase start and end times in seconds\nreturn {\n")
 for _, span in ipairs(spans) do
     out:write(string.format("    { start = %.4f, stop = %.4f },\n", span.start, span.stop))
 end
 out:write("}\n")
 out:close()
-print(string.format("%s: %s, %d phrases; truth in %s", file, kind, #spans, truth_file))
+print(string.format("%s: %d phrases; truth in %s", file, #spans, truth_file))

@@ -55,13 +55,3 @@ for i = 1, #chime do
 end
 print(string.format("carrier: %d packets carried the chime, done after %.0f ms", out.packets,
                     done[1].at - start))
-
--- 3. What the mixer refuses, and its unknown-identifier line.
-zor.capture()
-assert(mixer.Mix{ identifier = "chime", frequency = 8000, samples = 800 } == nil)
-mixer.Mix{ identifier = "nope" }
-mixer.AddSound{ identifier = "empty", audioData = "" }
-local notes = zor.capture()
-assert(notes[1].kind == "error" and notes[1].text:find("1 to 720 samples", 1, true))
-assert(notes[2].kind == "dump" and notes[2].text == "AudioSampleMixer: nope is an unknown sample identifier")
-assert(notes[3].kind == "error" and notes[3].text:find('"empty" has no samples', 1, true))

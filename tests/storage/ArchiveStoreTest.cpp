@@ -1,6 +1,6 @@
 // The archive's row codecs and database layer alone.
-#include "storage/ArchiveRows.h"
 #include "storage/ArchiveStore.h"
+#include "storage/ArchiveRows.h"
 
 #include <gtest/gtest.h>
 
@@ -17,13 +17,18 @@ using namespace zorarchive;
 
 namespace {
 
-// A fresh file name in a directory of the test's own.
-std::string Scratch(const char* name) {
+// A directory of the test program's own.
+const std::string& ScratchDir() {
     static const std::string dir = [] {
         std::string pattern = ::testing::TempDir() + "zor-archive-XXXXXX";
         return std::string(mkdtemp(pattern.data()));
     }();
-    const std::string path = dir + "/" + name;
+    return dir;
+}
+
+// A fresh file name in it.
+std::string Scratch(const char* name) {
+    const std::string path = ScratchDir() + "/" + name;
     for (const char* suffix : {"", "-wal", "-shm"}) {
         std::remove((path + suffix).c_str());
     }
@@ -153,7 +158,8 @@ TEST(ArchiveStore, TheCursorRangesCountsAndStepsBack) {
     }
     EXPECT_FALSE(cursor.StepBack()); // only so much history is kept
     EXPECT_TRUE(cursor.Advance());
-    EXPECT_EQ(cursor.Current()->m_Time, 1000 - 10 * static_cast<int>(CArchiveCursor::kHistory) + 10);
+    EXPECT_EQ(cursor.Current()->m_Time,
+              1000 - 10 * static_cast<int>(CArchiveCursor::kHistory) + 10);
 }
 
 TEST(ArchiveStore, ACrashedWriterLeavesEveryCommittedBatch) {
@@ -186,7 +192,7 @@ TEST(ArchiveStore, ACrashedWriterLeavesEveryCommittedBatch) {
 
 TEST(ArchiveStore, UnusableFilesAreRefusedWithAReason) {
     std::string error;
-    const std::string dir = Scratch("");
+    const std::string& dir = ScratchDir();
     const auto expectRefused = [&](const std::string& path, CArchiveDatabase::EMode mode,
                                    const char* reason) {
         CArchiveDatabase db;
@@ -207,8 +213,9 @@ TEST(ArchiveStore, UnusableFilesAreRefusedWithAReason) {
     sqlite3_open(foreign.c_str(), &other);
     sqlite3_exec(other, "CREATE TABLE songs (title TEXT)", nullptr, nullptr, nullptr);
     sqlite3_close(other);
-    expectRefused(foreign, CArchiveDatabase::WRITE, "not a metadata archive (a database of "
-                                                    "another kind, with tables songs)");
+    expectRefused(foreign, CArchiveDatabase::WRITE,
+                  "not a metadata archive (a database of "
+                  "another kind, with tables songs)");
 
     const std::string empty = Scratch("empty.db");
     sqlite3_open(empty.c_str(), &other);

@@ -7,7 +7,10 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <vector>
 
 #ifndef ZOR_TEST_CLIPS
 #error "ZOR_TEST_CLIPS names the build tree's clip folder"
@@ -38,7 +41,10 @@ CClipPackets::CClipPackets(const std::string& file) {
     const AVCodecTag* const tags[] = {avformat_get_riff_video_tags(), nullptr};
     m_Width = parameters->width;
     m_Height = parameters->height;
-    const BITMAPINFOHEADER header{40,
+    // The header followed by the codec's set-up data, as a format record carries it.
+    std::vector<BYTE> record(sizeof(BITMAPINFOHEADER) +
+                             static_cast<size_t>(std::max(parameters->extradata_size, 0)));
+    const BITMAPINFOHEADER header{static_cast<DWORD>(record.size()),
                                   parameters->width,
                                   parameters->height,
                                   1,
@@ -49,8 +55,14 @@ CClipPackets::CClipPackets(const std::string& file) {
                                   0,
                                   0,
                                   0};
+    std::memcpy(record.data(), &header, sizeof(header));
+    if (parameters->extradata_size > 0) {
+        std::memcpy(record.data() + sizeof(header), parameters->extradata,
+                    static_cast<size_t>(parameters->extradata_size));
+    }
     CKorVideoFormat* format =
-        CKorVideoPacket::GetVideoFormat(&header, CKorPacket::GetNewFormatSeqNumber(), 0);
+        CKorVideoPacket::GetVideoFormat(reinterpret_cast<const BITMAPINFOHEADER*>(record.data()),
+                                        CKorPacket::GetNewFormatSeqNumber(), 0);
 
     AVPacket* packet = av_packet_alloc();
     while (av_read_frame(input, packet) >= 0) {

@@ -8,6 +8,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
 }
 
 #include <algorithm>
@@ -138,6 +139,64 @@ void Damage(CKorVideoPacket* packet, std::mt19937& random, unsigned kind) {
         }
         break;
     }
+}
+
+SReadBack ReadBack(const std::string& file) {
+    SReadBack back;
+    AVFormatContext* input = nullptr;
+    if (avformat_open_input(&input, file.c_str(), nullptr, nullptr) < 0) {
+        return back;
+    }
+    avformat_find_stream_info(input, nullptr);
+    const int stream = av_find_best_stream(input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const AVCodec* codec =
+        stream >= 0 ? avcodec_find_decoder(input->streams[stream]->codecpar->codec_id) : nullptr;
+    AVCodecContext* context = codec ? avcodec_alloc_context3(codec) : nullptr;
+    if (!context) {
+        avformat_close_input(&input);
+        return back;
+    }
+    back.m_Codec = codec->name;
+    const AVRational timeBase = input->streams[stream]->time_base;
+    avcodec_parameters_to_context(context, input->streams[stream]->codecpar);
+    avcodec_open2(context, codec, nullptr);
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* picture = av_frame_alloc();
+    auto take = [&] {
+        while (avcodec_receive_frame(context, picture) == 0) {
+            if (back.m_Frames++ == 0) {
+                back.m_Width = picture->width;
+                back.m_Height = picture->height;
+                back.m_First.resize(static_cast<size_t>(3) * picture->width * picture->height);
+                SwsContext* scaler = sws_getContext(
+                    picture->width, picture->height, static_cast<AVPixelFormat>(picture->format),
+                    picture->width, picture->height, AV_PIX_FMT_RGB24, SWS_POINT, nullptr, nullptr,
+                    nullptr);
+                std::uint8_t* planes[4] = {back.m_First.data(), nullptr, nullptr, nullptr};
+                const int strides[4] = {3 * picture->width, 0, 0, 0};
+                sws_scale(scaler, picture->data, picture->linesize, 0, picture->height, planes,
+                          strides);
+                sws_freeContext(scaler);
+            }
+            const long long pts = picture->best_effort_timestamp;
+            back.m_TimesMs.push_back(
+                pts == AV_NOPTS_VALUE ? -1 : av_rescale_q(pts, timeBase, AVRational{1, 1000}));
+            av_frame_unref(picture);
+        }
+    };
+    while (av_read_frame(input, packet) >= 0) {
+        if (packet->stream_index == stream && avcodec_send_packet(context, packet) >= 0) {
+            take();
+        }
+        av_packet_unref(packet);
+    }
+    avcodec_send_packet(context, nullptr);
+    take();
+    av_frame_free(&picture);
+    av_packet_free(&packet);
+    avcodec_free_context(&context);
+    avformat_close_input(&input);
+    return back;
 }
 
 } // namespace zortest

@@ -33,4 +33,18 @@ std::vector<CKorVideoPacket*> DecodeAll(CZorVideoDecompressor& decoder, const CC
 // Damages a packet in one of several ways chosen by kind: flipped bytes, a cut, zeroes, noise.
 void Damage(CKorVideoPacket* packet, std::mt19937& random, unsigned kind);
 
+// A written picture or video file read back by libavformat and libavcodec.
+struct SReadBack {
+    int m_Width = 0;
+    int m_Height = 0;
+    int m_Frames = 0;                  // pictures decoded
+    std::string m_Codec;               // of the first video stream
+    std::vector<std::uint8_t> m_First; // the first picture, RGB 3 bytes a pixel
+    std::vector<long long> m_TimesMs;  // presentation times of the pictures
+    const std::uint8_t* Pixel(int x, int y) const {
+        return m_First.data() + 3 * (static_cast<size_t>(y) * m_Width + x);
+    }
+};
+SReadBack ReadBack(const std::string& file);
+
 } // namespace zortest

@@ -18,6 +18,12 @@ constexpr double kMaxSpeed = 2.0; // px/ms: faster than anything a camera over a
 constexpr double kDuplicateContainment = 0.8;
 constexpr double kDuplicateSpeed = 0.03; // px/ms
 constexpr long kStoodBeforeLost = 200;   // ms
+// Boxes smaller than this share of a confirmed track's size never stand for it alone.
+constexpr double kSpeckShare = 0.2;
+// A track must stay away from where it stood this long before it has moved.
+constexpr long kMoveConfirm = 120; // ms
+// Boxes this close to the picture's edge are cut by it.
+constexpr int kBorder = 2;
 // A stop long enough to put something down.
 constexpr long kNotableStop = 300; // ms
 constexpr long kRecentStop = 3000; // ms
@@ -203,7 +209,11 @@ void CBoxTracker::Match() {
             continue;
         }
         for (std::size_t b = 0; b < m_Boxes.size(); ++b) {
-            if (m_BoxOwner[b] == -1 && Gates(i, m_Boxes[b])) {
+            // A speck beside an established track is noise, not all that is left of it.
+            const bool speck = m_Tracks[i].m_Confirmed &&
+                               static_cast<double>(m_Boxes[b].Area()) <
+                                   kSpeckShare * m_Tracks[i].m_Width * m_Tracks[i].m_Height;
+            if (m_BoxOwner[b] == -1 && !speck && Gates(i, m_Boxes[b])) {
                 m_Candidates.push_back(SCandidate{Score(i, m_Boxes[b]), i, b});
             }
         }
@@ -285,6 +295,7 @@ void CBoxTracker::Observe(STrack& t, const SBox& box, long time) {
         t.m_Height += kSizeGain * (box.Height() - t.m_Height);
     }
     t.m_Box = box;
+    t.m_AtBorder = AtBorder(box);
     t.m_LastSeen = time;
     ++t.m_Hits;
     if (t.m_Hits >= m_Config.m_ConfirmHits) {
@@ -305,23 +316,40 @@ void CBoxTracker::HoldInside(STrack& t, const SBox& box, long time) {
     UpdateStill(t, t.m_Box, time);
 }
 
+bool CBoxTracker::AtBorder(const SBox& box) const {
+    return m_FrameWidth > 0 &&
+           (box.m_Left <= kBorder || box.m_Top <= kBorder ||
+            box.m_Right >= m_FrameWidth - kBorder || box.m_Bottom >= m_FrameHeight - kBorder);
+}
+
 void CBoxTracker::UpdateStill(STrack& t, const SBox& box, long time) {
     const double radius = std::max(static_cast<double>(m_Config.m_StillMinRadius),
                                    m_Config.m_StillRadius * std::max(t.m_Width, t.m_Height));
+    // A box that shrinks against the picture's edge is leaving it, not fading in place.
     const bool shrankInPlace =
-        Contains(Grown(t.m_StillBox, static_cast<int>(std::ceil(radius))), box);
+        !AtBorder(box) && Contains(Grown(t.m_StillBox, static_cast<int>(std::ceil(radius))), box);
     if (std::hypot(t.m_X - t.m_StillX, t.m_Y - t.m_StillY) <= radius || shrankInPlace) {
+        t.m_DisplacedSince = -1;
         return;
     }
-    if (time - t.m_StillSince >= kNotableStop) {
+    // One stray box (a merge with noise, a missed edge) does not end a stop: the track must stay
+    // away for a few frames, and then it has moved since it first left.
+    if (t.m_DisplacedSince < 0) {
+        t.m_DisplacedSince = time;
+    }
+    if (time - t.m_DisplacedSince < kMoveConfirm) {
+        return;
+    }
+    if (t.m_DisplacedSince - t.m_StillSince >= kNotableStop) {
         t.m_StopSince = t.m_StillSince;
-        t.m_StopEnd = time;
+        t.m_StopEnd = t.m_DisplacedSince;
         t.m_StopBox = t.m_StillBox;
     }
     t.m_StillBox = box;
     t.m_StillX = t.m_X;
     t.m_StillY = t.m_Y;
-    t.m_StillSince = time;
+    t.m_StillSince = t.m_DisplacedSince;
+    t.m_DisplacedSince = -1;
     t.m_Moved = true;
 }
 
@@ -339,7 +367,7 @@ void CBoxTracker::Retire(long time) {
             } else {
                 // A track that stood until it vanished has faded into the background rather than
                 // walked off unseen: it stays where it stood, and its still time runs on.
-                if (t.m_LastSeen - t.m_StillSince >= kStoodBeforeLost) {
+                if (t.m_LastSeen - t.m_StillSince >= kStoodBeforeLost && !t.m_AtBorder) {
                     t.m_VX = 0;
                     t.m_VY = 0;
                 }

@@ -18,9 +18,10 @@
 //    put down by a walker starts its own track;
 //  - reports a track only once it has been seen "confirm hits" times (noise boxes die young);
 //  - measures how long each track has stood still: since its centre estimate last moved further
-//    than the still radius from where it stopped. A box that shrinks in place (a still object
-//    fading into the background) stays still, and so does a track that vanishes after standing
-//    (it faded; it did not walk off unseen). A small track that splits off a track where that one
+//    than the still radius from where it stopped, and stayed away for a few frames. A box that
+//    shrinks in place (a still object fading into the background) stays still, and so does a
+//    track that vanishes after standing (it faded; it did not walk off unseen) - unless it was
+//    at the picture's edge, which it left. A small track that splits off a track where that one
 //    stopped a moment ago (an object put down) has stood there since the stop.
 //
 // Pure: standard C++ only. Not thread-safe; one tracker per stream.
@@ -69,6 +70,8 @@ struct STrack {
     double m_StillX = 0, m_StillY = 0; // the centre estimate where it stopped
     long m_StopSince = -1;             // its last stop of some length before this one (-1: none)
     long m_StopEnd = -1;
+    long m_DisplacedSince = -1; // when it last left its still box, while that is unconfirmed
+    bool m_AtBorder = false;    // last seen cut by the picture's edge
     SBox m_StopBox;
     bool m_Moved = false;     // ever left its first still box
     long m_LastSplit = -1;    // when a track last split off it (-1: never)
@@ -86,6 +89,12 @@ public:
 
     const STrackerConfig& Config() const { return m_Config; }
     void SetConfig(const STrackerConfig& config) { m_Config = config; }
+    // The picture's size, when known (0 x 0: unknown): boxes cut by its edge are leaving it.
+    void SetFrameSize(int width, int height) {
+        m_FrameWidth = width;
+        m_FrameHeight = height;
+    }
+    bool AtBorder(const SBox& box) const;
 
     // One frame at time (ms, not decreasing; a frame at an earlier time than the last one is
     // taken as a new sequence and resets the tracker first). Answers the live tracks, confirmed
@@ -125,6 +134,8 @@ private:
     std::vector<STrack> m_Tracks;
     std::vector<STrack> m_Ended;
     unsigned long m_NextId = 1;
+    int m_FrameWidth = 0;
+    int m_FrameHeight = 0;
     bool m_HasTime = false;
     long m_LastTime = 0;
     std::size_t m_Dropped = 0;

@@ -43,7 +43,8 @@ const std::vector<SLeftTarget>& CLeftObjectDetector::Update(long time,
                                                             const std::vector<STrack>& ended) {
     for (const STrack& t : ended) {
         m_Seen.erase(t.m_Id);
-        if (m_Ghosts.erase(t.m_Id) > 0 || t.m_Duplicate || m_Config.m_HoldTime <= 0) {
+        if (m_Ghosts.erase(t.m_Id) > 0 || t.m_Duplicate || t.m_AtBorder ||
+            m_Config.m_HoldTime <= 0) {
             continue;
         }
         const bool stood = t.m_LastSeen - t.m_StillSince >= kStillBeforeLost &&

@@ -10,7 +10,8 @@
 //
 // A foreground detector's background learns: an object that stays is absorbed into it after a
 // while, and its box fades away. So a target whose track ends while it still stands is held
-// where it was, its still time running on, for up to "hold time" ms. When what was absorbed goes
+// where it was, its still time running on, for up to "hold time" ms (not one last seen at the
+// picture's edge: that one left). When what was absorbed goes
 // away, the detector sees the difference from its background as a new box on the same spot (a
 // ghost): a new track born on a held target (sharing at least "ghost overlap" of the smaller
 // box) removes the held target, and that track is never a target itself. A person who pauses and

@@ -96,9 +96,10 @@ void CLineCounter::ReferencePoint(const STrack& track, double* x, double* y) con
     *y = m_Config.m_Feet ? track.m_Y + 0.5 * track.m_Height : track.m_Y;
 }
 
-int CLineCounter::Classify(const STrack& track, double x, double y) const {
+int CLineCounter::Classify(const STrack& track, double x, double y, double widen) const {
     const double* c = m_Coordinates;
     const double band =
+        widen *
         std::max(m_Config.m_Band, m_Config.m_BandShare * std::min(track.m_Width, track.m_Height));
     if (m_Geometry == ZONE) {
         const double shrink =
@@ -154,8 +155,9 @@ void CLineCounter::RememberLost(long time, const std::vector<STrack>& ended) {
         double x = 0;
         double y = 0;
         ReferencePoint(t, &x, &y);
+        // Near the line rather than strictly in the band: where it stood is known only roughly.
         if (m_Geometry == LINE && found->second.m_Side != 0 && !t.m_Duplicate &&
-            Classify(t, x, y) == 0) {
+            Classify(t, x, y, 2.0) == 0) {
             m_Lost.push_back(SLost{Grown(t.m_Box, 4), found->second, time});
         }
         m_States.erase(found);

@@ -21,7 +21,7 @@ struct SSourceRow {
     std::int32_t m_Key = 0;
 };
 
-class CFakeAttributeSource : public IJokArchiveAttributeSource {
+class CFakeAttributeSource final : public IJokArchiveAttributeSource {
 public:
     explicit CFakeAttributeSource(std::vector<SSourceRow> rows) : m_Rows(std::move(rows)) {}
 

@@ -1,4 +1,4 @@
-#include "tests/counting/SyntheticScenes.h"
+#include "tests/analytics/counting/SyntheticScenes.h"
 
 #include <algorithm>
 #include <cmath>
@@ -302,6 +302,7 @@ SScene Pause(long pauseMs, std::uint32_t seed) {
 SCountRun CountScene(const SScene& scene, const zor::counting::STrackerConfig& tracker,
                      const zor::counting::SCounterConfig& counter) {
     zor::counting::CBoxTracker boxTracker(tracker);
+    boxTracker.SetFrameSize(scene.m_Width, scene.m_Height);
     zor::counting::CLineCounter lineCounter(counter);
     lineCounter.SetLine(0, kLineY, scene.m_Width, kLineY);
     SCountRun run;
@@ -336,6 +337,7 @@ SCrossingScore ScoreCrossings(const std::vector<STrueCrossing>& truth,
 SLeftObjectRun DetectLeftObjects(const SScene& scene, long duration,
                                  const zor::counting::SLeftObjectConfig& config) {
     zor::counting::CBoxTracker boxTracker;
+    boxTracker.SetFrameSize(scene.m_Width, scene.m_Height);
     zor::counting::CLeftObjectDetector detector(config);
     SLeftObjectRun run;
     for (const SFrame& frame : RenderScene(scene)) {

@@ -1,6 +1,6 @@
 // The counting cores on synthetic scenes with known truth: the quality floor that must hold.
 // (bench/counting's quality program prints the full figures over many more scenes.)
-#include "tests/counting/SyntheticScenes.h"
+#include "tests/analytics/counting/SyntheticScenes.h"
 
 #include <gtest/gtest.h>
 

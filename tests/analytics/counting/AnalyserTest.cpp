@@ -11,7 +11,7 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/Metadata.h"
 #include "framework/kor/Packet.h"
-#include "tests/counting/SyntheticScenes.h"
+#include "tests/analytics/counting/SyntheticScenes.h"
 #include "tests/support/Harness.h"
 
 #include <gtest/gtest.h>
