@@ -4,7 +4,8 @@
 --     zor-run examples/main.lua [IN.wav [OUT.wav]]
 --
 -- Then the same input goes through a filter script, through fan-out, pacing and merging, through
--- the audio codecs at every rate, and through sound detection with a chime mixed in.
+-- the audio codecs at every rate, through sound detection with a chime mixed in, and through
+-- capture and playback with WAV files standing in for the sound card.
 --
 -- Graph: wav_source -> sink (the script sees every packet) -> source -> wav_sink. The sink's
 -- callback hands each packet straight on, so a refusal at the end would travel back to the file
@@ -147,14 +148,14 @@ os.remove(sound_dir)
 assert(os.execute("mkdir -p '" .. sound_dir .. "'"))
 dofile(here .. "/lib/sound.lua").main_job(input, sound_dir)
 
+-- 7. Capture and playback, with a WAV file standing in for the sound card.
+dofile(here .. "/lib/capture.lua").run(input)
+
 if not arg[2] then
     os.remove(output)
 end
 
--- 6. Capture and playback, with a WAV file standing in for the sound card.
-dofile(here .. "/lib/capture.lua").run(input)
-
--- 7. Object tracking on the bundled camera clip: boxes on the people walking, their collisions
+-- 8. Object tracking on the bundled camera clip: boxes on the people walking, their collisions
 -- with a stretch of the footpath, an annotated contact sheet, and the sector grid's change levels.
 local tracking_dir = os.tmpname()
 os.remove(tracking_dir)
