@@ -155,6 +155,7 @@ private:
     void Disarm() { m_DeadlineNs = 0; }
     bool Fail(const std::string& reason, int error);
     void Note(std::string note) { m_Notes.push_back(std::move(note)); }
+    bool HasWholeFramesOnly() const;
     bool ChooseVideo();
     void ChooseAudio();
     void StartFormat();
@@ -165,7 +166,12 @@ private:
     void Stamp(SMediaPacket* packet, const AVStream* stream);
     // Answers false when the packet is to be skipped.
     bool ProcessVideo(SMediaPacket* packet);
+    // New set-up data: the parameter sets of a key frame, or set-up data the container sends
+    // with a packet. A change gives a new format generation (before the first packet, a better
+    // first format).
     void CheckParameterSets(const SMediaPacket& packet);
+    void NewSetUp(const std::uint8_t* data, std::size_t size, const SMediaPacket& packet);
+    void AdoptSetUp(const std::vector<std::uint8_t>& setUp, const SMediaPacket& packet);
     void ChangeFormat(std::vector<std::uint8_t> extraData, int width, int height, double at);
     // Runs libavcodec's parser over a whole unit: its frame type and picture size (0 unknown).
     int ParseFrame(const std::uint8_t* data, std::size_t size, int* width, int* height);

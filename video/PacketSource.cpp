@@ -451,7 +451,7 @@ CMediaDemuxer::EResult CZorPacketSource::Next(SMediaPacket* packet, bool* waitin
     std::string error;
     std::vector<std::string> notes;
     *waiting = !m_pReader->Pop(packet, &result, &error, &notes);
-    DumpNotes(std::move(notes));
+    DumpNotes(notes);
     if (result == CMediaDemuxer::EResult::Failed) {
         m_Error = m_Name + ": " + error;
     }
@@ -595,7 +595,8 @@ void CZorPacketSource::ConvertAudio(const SMediaPacket& packet, CZorPacketSource
         }
         out->SetDataSize(length);
         out->SetAudioFormat(record, m_AudioSeqNumber);
-        const auto offsetUs = static_cast<std::int64_t>(static_cast<double>(offset / block) * 1e6 /
+        const std::size_t blocks = offset / block; // whole sample frames before this piece
+        const auto offsetUs = static_cast<std::int64_t>(static_cast<double>(blocks) * 1e6 /
                                                         std::max(format.m_Rate, 1));
         StampPacket(out, packet, offsetUs, m_RealTimeOrigin);
         const double at = static_cast<double>(packet.m_PtsUs + offsetUs) / 1e6;
@@ -603,7 +604,7 @@ void CZorPacketSource::ConvertAudio(const SMediaPacket& packet, CZorPacketSource
     }
 }
 
-void CZorPacketSource::DumpNotes(std::vector<std::string> notes) {
+void CZorPacketSource::DumpNotes(const std::vector<std::string>& notes) {
     for (const std::string& note : notes) {
         BelDump("CZorPacketSource::Read -> %s: %s\n", m_Name.c_str(), note.c_str());
     }

@@ -141,7 +141,7 @@ private:
     void ConvertVideo(const SMediaPacket& packet, CZorPacketSourcePort* port);
     void ConvertAudio(const SMediaPacket& packet, CZorPacketSourcePort* port);
     void UseVideoFormat(const SMediaVideoFormat& format);
-    void DumpNotes(std::vector<std::string> notes);
+    void DumpNotes(const std::vector<std::string>& notes);
     double DueClock(double due) const;
     void Anchor();
     void Schedule();

@@ -2,7 +2,7 @@
 
 #include "framework/jok/GenericData.h"
 #include "framework/kor/LeftObjectDetectionMD.h"
-#include "framework/kor/Metadata.h"
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PeopleCountingMD.h"
 

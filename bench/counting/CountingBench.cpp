@@ -8,7 +8,7 @@
 #include "analytics/counting/core/LeftObjectDetector.h"
 #include "analytics/counting/core/LineCounter.h"
 
-#include "framework/kor/Metadata.h"
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
 

@@ -9,7 +9,7 @@
 #include "framework/jok/Command.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
-#include "framework/kor/Metadata.h"
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "tests/analytics/counting/SyntheticScenes.h"
 #include "tests/support/Harness.h"
