@@ -19,6 +19,9 @@ constexpr int kReleaseNow = -1000000;
 constexpr int kMaxRingWalk = 1 << 20;
 
 int TruncateToInt(double value) {
+    if (std::isnan(value)) {
+        return 0; // converting NaN would be undefined
+    }
     if (value >= static_cast<double>(INT_MAX)) {
         return INT_MAX;
     }
