@@ -3,8 +3,9 @@
 --
 --     zor-run examples/main.lua [IN.wav [OUT.wav]]
 --
--- Then the same input goes through a filter script, through fan-out, pacing and merging, and
--- through the audio codecs at every rate.
+-- Then the same input goes through a filter script, through fan-out, pacing and merging, through
+-- the audio codecs at every rate, through sound detection with a chime mixed in, and through
+-- capture and playback with WAV files standing in for the sound card.
 --
 -- Graph: wav_source -> sink (the script sees every packet) -> source -> wav_sink. The sink's
 -- callback hands each packet straight on, so a refusal at the end would travel back to the file
@@ -140,6 +141,23 @@ for _, rate in ipairs(codecs.rates) do
     os.remove(result.coded_file)
 end
 
+-- 6. Sound detection on the same speech: the events as they happen, a chime mixed in at the
+-- first one, and a plot of the run; the WAV file and the plot stay in a folder of their own.
+local sound_dir = os.tmpname()
+os.remove(sound_dir)
+assert(os.execute("mkdir -p '" .. sound_dir .. "'"))
+dofile(here .. "/lib/sound.lua").main_job(input, sound_dir)
+
+-- 7. Capture and playback, with a WAV file standing in for the sound card.
+dofile(here .. "/lib/capture.lua").run(input)
+
 if not arg[2] then
     os.remove(output)
 end
+
+-- 8. Object tracking on the bundled camera clip: boxes on the people walking, their collisions
+-- with a stretch of the footpath, an annotated contact sheet, and the sector grid's change levels.
+local tracking_dir = os.tmpname()
+os.remove(tracking_dir)
+assert(os.execute("mkdir -p '" .. tracking_dir .. "'"))
+dofile(here .. "/lib/tracking.lua").main_job(here .. "/data/pedestrians.mp4", tracking_dir)

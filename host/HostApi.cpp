@@ -12,6 +12,7 @@
 #include "host/LuaComponent.h"
 #include "host/LuaFields.h"
 #include "host/LuaPacket.h"
+#include "host/LuaPlot.h"
 #include "host/LuaValue.h"
 #include "io/ScriptSink.h"
 #include "io/ScriptSource.h"
@@ -353,6 +354,7 @@ void HostInstallApi(lua_State* L, IJokModule* module) {
                                 {"now", &Now},
                                 {"capture", &LuaProtected<Capture>},
                                 {"properties", &LuaProtected<Properties>},
+                                {"plot_timeline", &LuaProtected<LuaPlotTimeline>},
                                 {nullptr, nullptr}};
     luaL_setfuncs(L, helpers, 0);
     LuaPushNull(L);

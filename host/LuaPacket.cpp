@@ -1,5 +1,6 @@
 #include "host/LuaPacket.h"
 
+#include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
 #include "host/HostState.h"
@@ -60,7 +61,9 @@ struct SPacketFields {
     std::string m_AudioExtra; // the record's extra bytes (m_Audio.cbSize of them)
     std::optional<long long> m_Seq;
     bool m_HasVideoFormat = false;
-    BITMAPINFOHEADER m_Video{};
+    std::string m_Video; // the header and the codec set-up data after it
+    bool m_HasBoxes = false;
+    std::vector<SKorBoundingBox> m_Boxes;
 };
 
 const char* KindName(int kind) {
@@ -138,10 +141,45 @@ void ReadAttributes(lua_State* L, CLuaFields& fields, SPacketFields& out) {
     }
 }
 
-bool ReadVideoFormat(lua_State* L, int index, BITMAPINFOHEADER* header,
-                     std::optional<long long>* seq, std::string* error) {
+// "boxes": { {left, top, right, bottom [, id]}, ... } as "BBX1" metadata.
+void ReadBoxes(lua_State* L, CLuaFields& fields, SPacketFields& out) {
+    if (!fields.Table("boxes")) {
+        return;
+    }
+    out.m_HasBoxes = true;
+    const lua_Integer count = static_cast<lua_Integer>(lua_rawlen(L, -1));
+    for (lua_Integer i = 1; i <= count && fields.Ok(); ++i) {
+        lua_rawgeti(L, -1, i);
+        const lua_Integer size =
+            lua_type(L, -1) == LUA_TTABLE ? static_cast<lua_Integer>(lua_rawlen(L, -1)) : 0;
+        lua_Integer v[5] = {0, 0, 0, 0, 0};
+        bool ok = size == 4 || size == 5;
+        for (lua_Integer j = 0; ok && j < size; ++j) {
+            lua_rawgeti(L, -1, j + 1);
+            int isInteger = 0;
+            v[j] = lua_tointegerx(L, -1, &isInteger);
+            const lua_Integer limit = j == 4 ? 0xFFFFFFFFLL : 0xFFFF;
+            ok = isInteger && v[j] >= 0 && v[j] <= limit;
+            lua_pop(L, 1);
+        }
+        lua_pop(L, 1);
+        if (!ok) {
+            fields.Fail("boxes " + std::to_string(i) +
+                        ": expected {left, top, right, bottom [, id]} of whole numbers 0..65535");
+            break;
+        }
+        out.m_Boxes.push_back(
+            SKorBoundingBox{static_cast<std::uint16_t>(v[0]), static_cast<std::uint16_t>(v[1]),
+                            static_cast<std::uint16_t>(v[2]), static_cast<std::uint16_t>(v[3]),
+                            static_cast<std::uint32_t>(v[4])});
+    }
+    lua_pop(L, 1);
+}
+
+bool ReadVideoFormat(lua_State* L, int index, std::string* record, std::optional<long long>* seq,
+                     std::string* error) {
     CLuaFields fields(L, index, "video format");
-    fields.Allow({"width", "height", "compression", "bits", "seq"});
+    fields.Allow({"width", "height", "compression", "bits", "seq", "extra"});
     long long width = 0, height = 0, bits = 24, compression = 0, number = 0;
     if (!fields.Integer("width", &width, kInt32Min, kInt32Max) ||
         !fields.Integer("height", &height, kInt32Min, kInt32Max)) {
@@ -162,17 +200,25 @@ bool ReadVideoFormat(lua_State* L, int index, BITMAPINFOHEADER* header,
     if (fields.Integer("seq", &number, kInt32Min, kInt32Max)) {
         *seq = number;
     }
+    std::string extra;
+    fields.String("extra", &extra);
+    if (extra.size() > static_cast<size_t>(CKorVideoFormat::kMaxExtraSize)) {
+        fields.Fail("extra holds at most " + std::to_string(CKorVideoFormat::kMaxExtraSize) +
+                    " bytes");
+    }
     if (!fields.Ok()) {
         *error = fields.Error();
         return false;
     }
-    *header = BITMAPINFOHEADER{};
-    header->biSize = sizeof(BITMAPINFOHEADER);
-    header->biWidth = static_cast<LONG>(width);
-    header->biHeight = static_cast<LONG>(height);
-    header->biPlanes = 1;
-    header->biBitCount = static_cast<WORD>(bits);
-    header->biCompression = static_cast<DWORD>(compression);
+    BITMAPINFOHEADER header{};
+    header.biSize = static_cast<DWORD>(sizeof(BITMAPINFOHEADER) + extra.size());
+    header.biWidth = static_cast<LONG>(width);
+    header.biHeight = static_cast<LONG>(height);
+    header.biPlanes = 1;
+    header.biBitCount = static_cast<WORD>(bits);
+    header.biCompression = static_cast<DWORD>(compression);
+    record->assign(reinterpret_cast<const char*>(&header), sizeof(header));
+    *record += extra;
     return true;
 }
 
@@ -205,7 +251,7 @@ bool ReadFormat(lua_State* L, CLuaFields& fields, SPacketFields& out) {
 bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     CLuaFields fields(L, 1, "zor.packet");
     fields.Allow({"kind", "ts", "tsValid", "rts", "stream", "frameType", "layer", "attributes",
-                  "data", "text", "schema", "time", "scale", "flags", "format"});
+                  "data", "text", "schema", "time", "scale", "flags", "format", "boxes"});
     ReadKind(fields, &out.m_Kind);
     long long ts = 0;
     bool valid = false;
@@ -241,6 +287,7 @@ bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     }
     fields.Integer("layer", &out.m_Layer, kInt32Min, kInt32Max);
     ReadAttributes(L, fields, out);
+    ReadBoxes(L, fields, out);
     fields.String("data", &out.m_Data);
     fields.String("text", &out.m_Text);
     fields.Integer("schema", &out.m_Schema, kInt32Min, kInt32Max);
@@ -250,6 +297,29 @@ bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     ReadFormat(L, fields, out);
     *error = fields.Error();
     return fields.Ok();
+}
+
+// A video packet in a planar frame format whose data holds exactly the planes packed (luma rows,
+// then for NV12 the rows of interleaved chroma pairs at half resolution) is a decoded frame: its
+// plane layout is set so that frame consumers read it.
+void SetFramePlanes(const BITMAPINFOHEADER& header, CKorVideoPacket* video) {
+    const bool grey = header.biCompression == MakeFourCC('Y', '8', '0', '0');
+    if (!grey && header.biCompression != MakeFourCC('N', 'V', '1', '2')) {
+        return;
+    }
+    const long long width = header.biWidth;
+    const long long height =
+        header.biHeight < 0 ? -static_cast<long long>(header.biHeight) : header.biHeight;
+    const long long chromaWidth = 2 * ((width + 1) / 2);
+    const long long luma = width * height;
+    const long long size = grey ? luma : luma + chromaWidth * ((height + 1) / 2);
+    if (width <= 0 || height <= 0 || static_cast<long long>(video->GetDataSize()) != size) {
+        return;
+    }
+    video->SetPlane(0, 0, static_cast<int>(width));
+    if (!grey) {
+        video->SetPlane(1, static_cast<unsigned long>(luma), static_cast<int>(chromaWidth));
+    }
 }
 
 CKorPacket* MakePayloadPacket(const SPacketFields& in) {
@@ -285,6 +355,13 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
     for (const auto& [number, value] : in.m_Attributes) {
         packet->SetAttribute(number, value);
     }
+    if (in.m_HasBoxes) {
+        auto* boxes = new CKorBoundingBoxesMD;
+        for (const SKorBoundingBox& box : in.m_Boxes) {
+            boxes->AddBox(box);
+        }
+        packet->SetMetadataHandler(boxes, true);
+    }
     CHostState& state = CHostState::Of(L);
     if (in.m_HasAudioFormat) {
         // The record with its extra bytes behind it, as packets keep it.
@@ -301,9 +378,14 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
         video->SetFrameType(static_cast<int>(in.m_FrameType));
         video->SetLayer(static_cast<int>(in.m_Layer));
         if (in.m_HasVideoFormat) {
-            const long seq = in.m_Seq ? static_cast<long>(*in.m_Seq)
-                                      : state.FormatSeqNumber(&in.m_Video, sizeof(in.m_Video));
-            video->SetBitmapFormat(&in.m_Video, seq, 0);
+            const long seq = in.m_Seq
+                                 ? static_cast<long>(*in.m_Seq)
+                                 : state.FormatSeqNumber(in.m_Video.data(),
+                                                         static_cast<unsigned>(in.m_Video.size()));
+            // The record is the header with its set-up data right after it.
+            const auto* header = reinterpret_cast<const BITMAPINFOHEADER*>(in.m_Video.data());
+            video->SetBitmapFormat(header, seq, 0);
+            SetFramePlanes(*header, video);
         }
     }
     return packet;
@@ -362,6 +444,12 @@ void PushVideoFormat(lua_State* L, const CKorVideoPacket* packet) {
     SetIntegerField(L, "compression", header->biCompression);
     SetIntegerField(L, "bits", header->biBitCount);
     SetIntegerField(L, "seq", packet->GetFormatSeqNumber());
+    const CKorVideoFormat* format = packet->GetBitmapFormat();
+    if (format->ExtraSize() > 0) {
+        lua_pushlstring(L, reinterpret_cast<const char*>(format->ExtraData()),
+                        static_cast<size_t>(format->ExtraSize()));
+        lua_setfield(L, -2, "extra");
+    }
 }
 
 void PushAttributes(lua_State* L, const CKorPacket* packet) {
@@ -422,6 +510,27 @@ bool PushKindField(lua_State* L, CKorPacket* packet, const std::string& name) {
     return false;
 }
 
+// The "BBX1" boxes as { {left, top, right, bottom, id}, ... }, or nil when there are none.
+void PushBoxes(lua_State* L, const CKorPacket* packet) {
+    const auto* boxes =
+        static_cast<const CKorBoundingBoxesMD*>(packet->FindMetadata(kMetadataBoundingBoxes));
+    if (!boxes) {
+        lua_pushnil(L);
+        return;
+    }
+    lua_createtable(L, boxes->GetBoxCount(), 0);
+    for (int i = 0; i < boxes->GetBoxCount(); ++i) {
+        const SKorBoundingBox& box = boxes->GetBox(i);
+        lua_createtable(L, 5, 0);
+        const lua_Integer values[5] = {box.m_Left, box.m_Top, box.m_Right, box.m_Bottom, box.m_Id};
+        for (int j = 0; j < 5; ++j) {
+            lua_pushinteger(L, values[j]);
+            lua_rawseti(L, -2, j + 1);
+        }
+        lua_rawseti(L, -2, i + 1);
+    }
+}
+
 bool PushCommonField(lua_State* L, CKorPacket* packet, const std::string& name) {
     if (name == "kind") {
         const char* kind = KindName(packet->GetKind());
@@ -436,6 +545,8 @@ bool PushCommonField(lua_State* L, CKorPacket* packet, const std::string& name) 
         lua_pushinteger(L, packet->GetStreamNo());
     } else if (name == "attributes") {
         PushAttributes(L, packet);
+    } else if (name == "boxes") {
+        PushBoxes(L, packet);
     } else if (name == "data") {
         lua_pushlstring(L, reinterpret_cast<const char*>(packet->GetData()),
                         packet->GetData() ? packet->GetDataSize() : 0);

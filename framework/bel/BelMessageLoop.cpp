@@ -84,10 +84,35 @@ bool CBelMessageLoop::PostMessage(HWND window, unsigned message, unsigned wParam
     }
     {
         std::lock_guard<std::mutex> lock(loop->m_Mutex);
-        loop->m_Posted.push_back(SPosted{window, message, wParam, lParam});
+        loop->m_Posted.push_back(
+            SPosted{window, message, wParam, lParam, loop->m_NextPostSequence++});
     }
     loop->m_Wake.notify_all();
     return true;
+}
+
+int CBelMessageLoop::DispatchQueued(HWND window, unsigned message) {
+    CBelMessageLoop& loop = Current();
+    int delivered = 0;
+    for (;;) {
+        SPosted posted{};
+        {
+            std::lock_guard<std::mutex> lock(loop.m_Mutex);
+            const auto found =
+                std::find_if(loop.m_Posted.begin(), loop.m_Posted.end(), [&](const SPosted& p) {
+                    return p.m_Window == window && p.m_Message == message;
+                });
+            if (found == loop.m_Posted.end()) {
+                return delivered;
+            }
+            posted = *found;
+            loop.m_Posted.erase(found);
+        }
+        if (IBelWindowTarget* target = TargetOf(window)) {
+            target->OnWindowMessage(window, message, posted.m_WParam, posted.m_LParam);
+            ++delivered;
+        }
+    }
 }
 
 void CBelMessageLoop::ScheduleTimer(CBelTimer* timer, double due) {
@@ -119,25 +144,34 @@ double CBelMessageLoop::TimerDue(const CBelTimer* timer) const {
     return found == m_TimerIndex.end() ? -1.0 : found->second.m_Due;
 }
 
+IBelWindowTarget* CBelMessageLoop::TargetOf(HWND window) {
+    SWindowRegistry& r = Windows();
+    std::lock_guard<std::mutex> lock(r.m_Mutex);
+    const auto found = r.m_Windows.find(reinterpret_cast<std::uintptr_t>(window));
+    return found == r.m_Windows.end() ? nullptr : found->second.m_pTarget;
+}
+
 int CBelMessageLoop::DeliverPosted() {
-    std::deque<SPosted> batch;
+    // A round delivers what was queued when it began; messages stay queued until their turn, so
+    // a handler can still take its own off the queue (DispatchQueued).
+    std::uint64_t roundEnd = 0;
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
-        batch.swap(m_Posted);
+        roundEnd = m_NextPostSequence;
     }
     int delivered = 0;
-    for (const SPosted& posted : batch) {
-        IBelWindowTarget* target = nullptr;
+    for (;;) {
+        SPosted posted{};
         {
-            SWindowRegistry& r = Windows();
-            std::lock_guard<std::mutex> lock(r.m_Mutex);
-            const auto found = r.m_Windows.find(reinterpret_cast<std::uintptr_t>(posted.m_Window));
-            if (found != r.m_Windows.end()) {
-                target = found->second.m_pTarget;
+            std::lock_guard<std::mutex> lock(m_Mutex);
+            if (m_Posted.empty() || m_Posted.front().m_Sequence >= roundEnd) {
+                return delivered;
             }
+            posted = m_Posted.front();
+            m_Posted.pop_front();
         }
         // The window may have been destroyed since the post: the message is dropped then.
-        if (target) {
+        if (IBelWindowTarget* target = TargetOf(posted.m_Window)) {
             ++s_MessageCount;
             try {
                 target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
@@ -149,7 +183,6 @@ int CBelMessageLoop::DeliverPosted() {
             ++delivered;
         }
     }
-    return delivered;
 }
 
 int CBelMessageLoop::FireDueTimers(double now) {

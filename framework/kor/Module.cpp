@@ -48,6 +48,10 @@ bool CKorModuleBase::PostMessage(unsigned message, unsigned wParam, long lParam)
     return m_hWnd && CBelMessageLoop::PostMessage(m_hWnd, message, wParam, lParam);
 }
 
+int CKorModuleBase::DispatchQueued(unsigned message) {
+    return m_hWnd ? CBelMessageLoop::DispatchQueued(m_hWnd, message) : 0;
+}
+
 long CKorModuleBase::MessageCount() {
     return CBelMessageLoop::MessageCount();
 }

@@ -40,6 +40,9 @@ public:
     HWND GetWindow() const { return m_hWnd; }
     // Queues a message for this module's WindowProc on the thread that made the window.
     bool PostMessage(unsigned message, unsigned wParam, long lParam);
+    // On that thread: delivers every queued message of this number now (see
+    // CBelMessageLoop::DispatchQueued); answers how many.
+    int DispatchQueued(unsigned message);
     // Messages delivered to hidden windows so far, process-wide.
     static long MessageCount();
 

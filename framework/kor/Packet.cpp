@@ -1,5 +1,6 @@
 #include "framework/kor/Packet.h"
 
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/kor/Metadata.h"
 #include "framework/kor/PacketSource.h"
 
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <tuple>
 
 CKorPacket::CKorPacket() = default;
@@ -239,16 +241,16 @@ void CKorAudioPacket::Reset() {
 
 namespace {
 
+// A format's identity: its record bytes (header and set-up data), sequence number and flags.
+// The bytes are viewed, not copied: a stored key views its format's own record, a lookup key
+// the caller's, so finding a shared format allocates nothing.
 struct SVideoFormatKey {
-    BITMAPINFOHEADER m_Header;
+    std::string_view m_Record;
     long m_Seq;
     long m_Flags;
     bool operator<(const SVideoFormatKey& other) const {
-        const int order = std::memcmp(&m_Header, &other.m_Header, sizeof(m_Header));
-        if (order != 0) {
-            return order < 0;
-        }
-        return std::tie(m_Seq, m_Flags) < std::tie(other.m_Seq, other.m_Flags);
+        return std::tie(m_Record, m_Seq, m_Flags) <
+               std::tie(other.m_Record, other.m_Seq, other.m_Flags);
     }
 };
 
@@ -262,6 +264,21 @@ SVideoFormats& VideoFormats() {
     return *formats;
 }
 
+// The set-up data size a header announces, or -1 when biSize is out of range.
+long ExtraSizeOf(const BITMAPINFOHEADER& header) {
+    if (header.biSize <= sizeof(BITMAPINFOHEADER)) {
+        return 0; // older writers leave biSize 0 or 40
+    }
+    const unsigned long extra = header.biSize - sizeof(BITMAPINFOHEADER);
+    return extra <= static_cast<unsigned long>(CKorVideoFormat::kMaxExtraSize)
+               ? static_cast<long>(extra)
+               : -1;
+}
+
+std::string_view RecordOf(const BITMAPINFOHEADER* header, long extraSize) {
+    return {reinterpret_cast<const char*>(header), sizeof(BITMAPINFOHEADER) + extraSize};
+}
+
 } // namespace
 
 CKorPacket* CKorVideoPacket::Clone() const {
@@ -270,7 +287,26 @@ CKorPacket* CKorVideoPacket::Clone() const {
     copy->m_FrameType = m_FrameType;
     copy->m_Layer = m_Layer;
     copy->SetBitmapFormat(m_pFormat);
+    std::copy_n(m_PlaneOffset, kMaxPlanes, copy->m_PlaneOffset);
+    std::copy_n(m_PlaneStride, kMaxPlanes, copy->m_PlaneStride);
     return copy;
+}
+
+bool CKorVideoPacket::SetPlane(int plane, unsigned long offset, int stride) {
+    if (plane < 0 || plane >= kMaxPlanes) {
+        return false;
+    }
+    m_PlaneOffset[plane] = offset;
+    m_PlaneStride[plane] = stride;
+    return true;
+}
+
+unsigned long CKorVideoPacket::GetPlaneOffset(int plane) const {
+    return plane >= 0 && plane < kMaxPlanes ? m_PlaneOffset[plane] : 0;
+}
+
+int CKorVideoPacket::GetPlaneStride(int plane) const {
+    return plane >= 0 && plane < kMaxPlanes ? m_PlaneStride[plane] : 0;
 }
 
 void CKorVideoPacket::SetBitmapFormat(CKorVideoFormat* format) {
@@ -303,23 +339,35 @@ const BITMAPINFOHEADER* CKorVideoPacket::GetBitmapInfo() const {
     return m_pFormat ? &m_pFormat->Header() : nullptr;
 }
 
+CKorVideoFormat::CKorVideoFormat(const BITMAPINFOHEADER* header, long extraSize,
+                                 long formatSeqNumber, long flags)
+    : m_pBytes(new BYTE[sizeof(BITMAPINFOHEADER) + extraSize]), m_ExtraSize(extraSize),
+      m_FormatSeqNumber(formatSeqNumber), m_Flags(flags) {
+    std::memcpy(m_pBytes.get(), header, sizeof(BITMAPINFOHEADER) + extraSize);
+}
+
 CKorVideoFormat* CKorVideoPacket::GetVideoFormat(const BITMAPINFOHEADER* header,
                                                  long formatSeqNumber, long flags) {
     if (!header) {
         return nullptr;
     }
+    const long extraSize = ExtraSizeOf(*header);
+    if (extraSize < 0) {
+        BelDisplayAssert("header->biSize <= 40 + CKorVideoFormat::kMaxExtraSize", __FILE__,
+                         __LINE__);
+        return nullptr;
+    }
     SVideoFormats& formats = VideoFormats();
     std::lock_guard<std::mutex> lock(formats.m_Mutex);
-    const SVideoFormatKey key{*header, formatSeqNumber, flags};
-    CKorVideoFormat*& format = formats.m_Formats[key];
-    if (!format) {
-        format = new CKorVideoFormat;
-        format->m_Header = *header;
-        format->m_FormatSeqNumber = formatSeqNumber;
-        format->m_Flags = flags;
+    const SVideoFormatKey lookup{RecordOf(header, extraSize), formatSeqNumber, flags};
+    auto found = formats.m_Formats.find(lookup);
+    if (found == formats.m_Formats.end()) {
+        auto* format = new CKorVideoFormat(header, extraSize, formatSeqNumber, flags);
+        const SVideoFormatKey key{RecordOf(&format->Header(), extraSize), formatSeqNumber, flags};
+        found = formats.m_Formats.emplace(key, format).first;
     }
-    ++format->m_RefCount;
-    return format;
+    ++found->second->m_RefCount;
+    return found->second;
 }
 
 void CKorVideoPacket::ReleaseVideoFormat(CKorVideoFormat* format) {
@@ -331,8 +379,8 @@ void CKorVideoPacket::ReleaseVideoFormat(CKorVideoFormat* format) {
     if (--format->m_RefCount > 0) {
         return;
     }
-    formats.m_Formats.erase(
-        SVideoFormatKey{format->m_Header, format->m_FormatSeqNumber, format->m_Flags});
+    formats.m_Formats.erase(SVideoFormatKey{RecordOf(&format->Header(), format->m_ExtraSize),
+                                            format->m_FormatSeqNumber, format->m_Flags});
     delete format;
 }
 
@@ -345,6 +393,8 @@ int CKorVideoPacket::FrameCopy(CKorVideoPacket* dest, const CKorVideoPacket* src
     dest->m_FrameType = src->m_FrameType;
     dest->m_Layer = src->m_Layer;
     dest->SetBitmapFormat(src->m_pFormat);
+    std::copy_n(src->m_PlaneOffset, kMaxPlanes, dest->m_PlaneOffset);
+    std::copy_n(src->m_PlaneStride, kMaxPlanes, dest->m_PlaneStride);
     return 1;
 }
 
@@ -361,6 +411,8 @@ void CKorVideoPacket::Reset() {
     m_FrameType = I_FRAME;
     m_Layer = 0;
     SetBitmapFormat(static_cast<CKorVideoFormat*>(nullptr));
+    std::fill_n(m_PlaneOffset, kMaxPlanes, 0UL);
+    std::fill_n(m_PlaneStride, kMaxPlanes, 0);
 }
 
 // Text, time base, general data, GPS, TRELLUM

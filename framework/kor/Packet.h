@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 class CKorMetadataHandler;
 class CKorPacketPool;
@@ -201,18 +202,33 @@ public:
     int GetLayer() const { return m_Layer; }
     void SetLayer(int layer) { m_Layer = layer; }
 
-    // The format is shared between packets; the packet holds one reference to it.
+    // The format is shared between packets; the packet holds one reference to it. The header
+    // form also keeps the biSize - 40 bytes of set-up data that follow the header in memory.
     void SetBitmapFormat(CKorVideoFormat* format);
     void SetBitmapFormat(const BITMAPINFOHEADER* header, long formatSeqNumber, long flags);
     CKorVideoFormat* GetBitmapFormat() const { return m_pFormat; }
     const BITMAPINFOHEADER* GetBitmapInfo() const;
 
-    // Shared formats: one object per distinct header and sequence number, with a reference
-    // for the caller (released with ReleaseVideoFormat).
+    // Shared formats: one object per distinct header, set-up data (the biSize - 40 bytes after
+    // the header), sequence number and flags, with a reference for the caller (released with
+    // ReleaseVideoFormat).
     static CKorVideoFormat* GetVideoFormat(const BITMAPINFOHEADER* header, long formatSeqNumber,
                                            long flags);
     static void ReleaseVideoFormat(CKorVideoFormat* format);
-    // Copies frame data and format from src into dest; answers 0 when dest is too small.
+    // Planar frames (decoded pictures): where each plane starts, in bytes from GetData(), and
+    // how far apart its rows are. Plane 0 is luma, plane 1 chroma; a stride of 0 marks a plane
+    // the frame does not have. A decoder writes its pictures straight into the packet's payload,
+    // at the alignment and padding it needs, so the planes are placed by the writer rather than
+    // implied by the format; offsets keep the layout valid in a clone or a frame copy.
+    // video/VideoFrame.h turns this into plane descriptors.
+    static constexpr int kMaxPlanes = 2;
+    // Answers false (and changes nothing) for a plane number out of range.
+    bool SetPlane(int plane, unsigned long offset, int stride);
+    unsigned long GetPlaneOffset(int plane) const;
+    int GetPlaneStride(int plane) const;
+
+    // Copies frame data, plane layout and format from src into dest; answers 0 when dest is too
+    // small.
     static int FrameCopy(CKorVideoPacket* dest, const CKorVideoPacket* src);
     // Frees the video pool's idle packets (at shutdown or under memory pressure).
     static void CleanupPackets();
@@ -227,20 +243,38 @@ private:
     int m_FrameType = I_FRAME;
     int m_Layer = 0;
     CKorVideoFormat* m_pFormat = nullptr;
+    unsigned long m_PlaneOffset[kMaxPlanes] = {};
+    int m_PlaneStride[kMaxPlanes] = {};
 };
 
-// A shared, reference-counted video format record.
+// A shared, reference-counted video format record: a BITMAPINFOHEADER followed, Windows style,
+// by the codec's set-up data (biSize = 40 + its size). The header and the set-up data are one
+// contiguous block, so a decoder can take the record as it is.
 class CKorVideoFormat {
 public:
-    const BITMAPINFOHEADER& Header() const { return m_Header; }
+    // The set-up data a record may carry; a larger biSize is a caller's fault.
+    static constexpr long kMaxExtraSize = 1L << 20;
+
+    const BITMAPINFOHEADER& Header() const {
+        return *reinterpret_cast<const BITMAPINFOHEADER*>(m_pBytes.get());
+    }
+    // The codec set-up data after the header (nullptr when there is none).
+    const BYTE* ExtraData() const {
+        return m_ExtraSize > 0 ? m_pBytes.get() + sizeof(BITMAPINFOHEADER) : nullptr;
+    }
+    long ExtraSize() const { return m_ExtraSize; }
     long FormatSeqNumber() const { return m_FormatSeqNumber; }
     long Flags() const { return m_Flags; }
 
 private:
     friend class CKorVideoPacket;
-    BITMAPINFOHEADER m_Header{};
-    long m_FormatSeqNumber = 0;
-    long m_Flags = 0;
+    CKorVideoFormat(const BITMAPINFOHEADER* header, long extraSize, long formatSeqNumber,
+                    long flags);
+
+    std::unique_ptr<BYTE[]> m_pBytes;
+    long m_ExtraSize;
+    long m_FormatSeqNumber;
+    long m_Flags;
     int m_RefCount = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "framework/kor/Packet.h"
 
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/kor/Metadata.h"
 #include "framework/kor/PacketSource.h"
 
@@ -119,6 +120,76 @@ TEST(Packet, VideoFormatsAreSharedPerHeader) {
     CKorVideoPacket::ReleaseVideoFormat(b);
     EXPECT_EQ(packet->GetBitmapInfo()->biHeight, 288); // the packet's reference keeps it
     packet->Release();
+}
+
+// A header followed in memory by codec set-up data, as a demuxer hands it over.
+struct SHeaderWithExtra {
+    BITMAPINFOHEADER m_Header;
+    BYTE m_Extra[6];
+};
+
+TEST(Packet, VideoFormatKeepsSetUpDataAfterHeader) {
+    SHeaderWithExtra record{{46, 352, 288, 1, 12, MakeFourCC('H', '2', '6', '4'), 0, 0, 0, 0, 0},
+                            {0, 0, 0, 1, 0x67, 0x42}};
+    CKorVideoFormat* format = CKorVideoPacket::GetVideoFormat(&record.m_Header, 9, 0);
+    record.m_Extra[5] = 0; // the format keeps its own copy
+    ASSERT_EQ(format->ExtraSize(), 6);
+    EXPECT_EQ(format->ExtraData(), reinterpret_cast<const BYTE*>(&format->Header()) + 40);
+    EXPECT_EQ(format->ExtraData()[4], 0x67);
+    EXPECT_EQ(format->ExtraData()[5], 0x42);
+    EXPECT_EQ(format->Header().biSize, 46u);
+
+    // The same header with other set-up data is another format; with none, a third.
+    CKorVideoFormat* other = CKorVideoPacket::GetVideoFormat(&record.m_Header, 9, 0);
+    BITMAPINFOHEADER bare = record.m_Header;
+    bare.biSize = 0; // writers that leave biSize unset mean "no set-up data"
+    CKorVideoFormat* none = CKorVideoPacket::GetVideoFormat(&bare, 9, 0);
+    EXPECT_NE(other, format);
+    EXPECT_NE(none, format);
+    EXPECT_EQ(none->ExtraSize(), 0);
+    EXPECT_EQ(none->ExtraData(), nullptr);
+
+    // Packets share the record; it lives while one of them holds it.
+    CKorVideoPacket* packet = g_VideoPacketSource.NewPacket(16);
+    packet->SetBitmapFormat(&record.m_Header, 9, 0);
+    EXPECT_EQ(packet->GetBitmapFormat(), other);
+    for (CKorVideoFormat* f : {format, other, none}) {
+        CKorVideoPacket::ReleaseVideoFormat(f);
+    }
+    EXPECT_EQ(packet->GetBitmapFormat()->ExtraData()[5], 0);
+    packet->Release();
+}
+
+TEST(Packet, VideoFormatRefusesAbsurdSetUpSize) {
+    BITMAPINFOHEADER header{};
+    header.biSize = static_cast<DWORD>(40 + CKorVideoFormat::kMaxExtraSize + 1);
+    const long asserts = BelAssertCount();
+    EXPECT_EQ(CKorVideoPacket::GetVideoFormat(&header, 1, 0), nullptr);
+    EXPECT_EQ(BelAssertCount(), asserts + 1);
+}
+
+TEST(Packet, PlaneLayoutTravelsWithCopiesAndIsClearedOnReuse) {
+    CKorVideoPacket* frame = g_VideoPacketSource.NewPacket(4096);
+    ASSERT_TRUE(frame->SetPlane(0, 64, 128));
+    ASSERT_TRUE(frame->SetPlane(1, 2112, 128));
+    EXPECT_FALSE(frame->SetPlane(CKorVideoPacket::kMaxPlanes, 0, 1));
+    frame->SetDataSize(4096);
+
+    auto* clone = static_cast<CKorVideoPacket*>(frame->Clone());
+    CKorVideoPacket* copy = g_VideoPacketSource.NewPacket(4096);
+    ASSERT_EQ(CKorVideoPacket::FrameCopy(copy, frame), 1);
+    for (CKorVideoPacket* other : {clone, copy}) {
+        EXPECT_EQ(other->GetPlaneOffset(1), 2112u);
+        EXPECT_EQ(other->GetPlaneStride(0), 128);
+    }
+    clone->Release();
+    copy->Release();
+    frame->Release();
+
+    CKorVideoPacket* again = g_VideoPacketSource.NewPacket(4096);
+    EXPECT_EQ(again->GetPlaneStride(0), 0);
+    EXPECT_EQ(again->GetPlaneOffset(1), 0u);
+    again->Release();
 }
 
 TEST(Packet, DataSizeBeyondCapacityIsRefused) {

@@ -61,8 +61,8 @@ local function module_fault(pattern, f)
 end
 module_fault("CreateSynch: paths must be a vector of strings (or null)",
              function() return zor.CreateSynch{ paths = 3 } end)
-module_fault("CreateVideoDisplay: not available in this build",
-             function() return zor.CreateVideoDisplay{} end)
+module_fault("CreateVideoDisplayDX: not available in this build",
+             function() return zor.CreateVideoDisplayDX{} end)
 assert(zor.CreateSynch{ paths = zor.null } ~= nil, "null paths are no paths")
 
 -- A parameter the creation function or method never reads is named, with what it reads; the

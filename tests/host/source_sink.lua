@@ -12,6 +12,13 @@ assert(p.frameType == 3 and p.layer == 1 and p.attributes[1] == 12 and p.attribu
 assert(p.size == 4 and p.data == "\0\1\2\3")
 assert(p.format.width == 352 and p.format.height == 288 and p.format.compression == 0x34363248)
 assert(p.refcount == 1)
+assert(p.format.extra == nil, "no set-up data given, none carried")
+
+-- Codec set-up data travels in the format record; the same bytes share one sequence number.
+local sps = "\0\0\0\1\x67\x42\0\0"
+local fmt = { width = 352, height = 288, compression = "H264", extra = sps }
+local a, b = zor.packet{ kind = "video", format = fmt }, zor.packet{ kind = "video", format = fmt }
+assert(a.format.extra == sps and a.format.seq == b.format.seq and a.format.seq ~= p.format.seq)
 
 assert(src.push(p) == true)
 assert(sink.count() == 1 and src.delivered == 1)

@@ -1,4 +1,4 @@
-#include "io/WavFile.h"
+#include "framework/wave/WavFile.h"
 
 #include <algorithm>
 #include <cerrno>
