@@ -247,6 +247,9 @@ std::string CMediaDemuxer::Seconds(std::int64_t us) const {
 
 bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& options) {
     MediaQuietLibraries();
+    if (m_pFormat) {
+        return Fail("the input is open already", 0);
+    }
     m_Url = url;
     m_TimeoutSeconds = options.m_TimeoutSeconds;
     m_TimedOut = false;

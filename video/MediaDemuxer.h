@@ -113,7 +113,7 @@ public:
     CMediaDemuxer(const CMediaDemuxer&) = delete;
     CMediaDemuxer& operator=(const CMediaDemuxer&) = delete;
 
-    // Opens the input and chooses its video stream and, when wanted, its audio stream.
+    // Opens the input (once) and chooses its video stream and, when wanted, its audio stream.
     bool Open(const std::string& url, const SMediaOpenOptions& options);
     // The next packet; End at the end of a non-looping input; Failed with Error() set.
     EResult Read(SMediaPacket* packet);
