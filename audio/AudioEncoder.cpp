@@ -43,7 +43,9 @@ std::size_t CAudioEncoderImpl::SampleCount(const CKorAudioPacket* pcm) {
 
 CKorAudioPacket* CAudioEncoderImpl::Encode(const CKorAudioPacket* pcm, std::size_t firstSample) {
     const std::size_t total = SampleCount(pcm);
-    if (firstSample >= total || m_SamplesPerPacket == 0) {
+    // An empty input still makes its (empty) output packet: it replaces the input, so whatever
+    // the packet marks downstream (a time, a gap) is not lost at the encoder.
+    if ((firstSample >= total && !(firstSample == 0 && pcm)) || m_SamplesPerPacket == 0) {
         return nullptr;
     }
     const std::size_t count = std::min(total - firstSample, m_SamplesPerPacket);

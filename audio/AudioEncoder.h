@@ -38,7 +38,8 @@ public:
     // a new packet carrying the output format, this encoder's sequence number, the input's
     // stream number and the input's stamps advanced by firstSample's time. Borrows pcm. Returns
     // a new packet (one reference, the caller's), or nullptr when no sample is left from
-    // firstSample on. Call with firstSample = 0, SamplesPerPacket(), ... to cover a long input.
+    // firstSample on (firstSample > 0). An input without samples gives an empty packet for
+    // firstSample 0. Call with firstSample = 0, SamplesPerPacket(), ... to cover a long input.
     // Virtual, in the slot after the destructor, as other modules expect of an encoder.
     virtual CKorAudioPacket* Encode(const CKorAudioPacket* pcm, std::size_t firstSample = 0);
 

@@ -3,6 +3,7 @@
 #include "audio/WaveFormatString.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
+#include "framework/jok/Property.h"
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 
@@ -96,7 +97,7 @@ void CZorAudioEncoder::ProcessPacket() {
         return;
     }
     m_pPacket->Release();
-    m_pPacket = first; // nullptr for an empty input: nothing to send
+    m_pPacket = first; // an empty input gives an empty packet of the output format
 }
 
 bool CZorAudioEncoder::DeliverPieces() {
@@ -182,7 +183,13 @@ int CAudioEncoderCom::FormatHandler(CBelString* value, int set) {
         *value = m_pModule->GetFormat();
         return 1;
     }
-    return m_pModule->SetFormat(*value) ? 1 : 0;
+    if (!m_pModule->SetFormat(*value)) {
+        CBelString reason;
+        reason.Format("no encoder for '%s' (valid: 64 kbps, 32 kbps, 24 kbps, 16 kbps)",
+                      value->c_str());
+        return JokRefuseProperty(reason);
+    }
+    return 1;
 }
 
 int CAudioEncoderCom::SetWaveFormatExHandler(CJokCommandContext* context) {

@@ -1,6 +1,9 @@
 #include "expr/ExpressionEvalContext.h"
 
+#include "expr/ExpressionEvalOp.h"
+
 #include <cstdio>
+#include <string>
 
 ExpressionEvalContext::ExpressionEvalContext() = default;
 ExpressionEvalContext::~ExpressionEvalContext() = default;
@@ -71,4 +74,16 @@ void ExpressionEvalContext::WriteHostString(int index, const std::string& value)
 
 void ExpressionEvalContext::DebugOutput(std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void ExpressionEvalContext::ReportStringOverflow() {
+    if (m_OverflowReported)
+        return;
+    m_OverflowReported = true;
+    RuntimeMessage("string overflow (a string holds at most " + std::to_string(kMaxStringLength) +
+                   " characters; the rest was cut)");
+}
+
+void ExpressionEvalContext::RuntimeMessage(std::string_view text) {
+    DebugOutput(std::string(text) + "\n");
 }

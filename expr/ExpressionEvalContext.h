@@ -63,6 +63,14 @@ public:
     // to stderr; a host routes it to its diagnostic output.
     virtual void DebugOutput(std::string_view line);
 
+    // A string result was cut at kMaxStringLength. Reported once (until ResetReports) through
+    // RuntimeMessage, with the language's own "string overflow"; evaluation goes on.
+    void ReportStringOverflow();
+    void ResetReports() { m_OverflowReported = false; }
+    // Receives the evaluation's complaints (one line, no line break). The default writes it to
+    // DebugOutput; a host routes it to its diagnostic output.
+    virtual void RuntimeMessage(std::string_view text);
+
 private:
     int Create(std::string_view name);
 
@@ -71,4 +79,5 @@ private:
     std::vector<double> m_Numbers;
     std::vector<std::string> m_Strings;
     std::vector<unsigned char> m_HostFlags;
+    bool m_OverflowReported = false;
 };

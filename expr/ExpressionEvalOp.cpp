@@ -303,7 +303,13 @@ void ExpressionEvalStringConcatOp::EvaluateString(ExpressionEvalContext& context
     std::string right;
     m_Left->EvaluateString(context, out);
     m_Right->EvaluateString(context, right);
-    out += right;
+    if (out.size() + right.size() <= kMaxStringLength) {
+        out += right;
+        return;
+    }
+    out.resize(std::min(out.size(), kMaxStringLength));
+    out.append(right, 0, kMaxStringLength - out.size());
+    context.ReportStringOverflow();
 }
 
 ExpressionEvalCommaOp::ExpressionEvalCommaOp(ExpressionEvalOp* left, ExpressionEvalOp* right)
@@ -322,6 +328,21 @@ ExpressionEvalCommaOp::~ExpressionEvalCommaOp() {
         delete next;
         next = after;
     }
+}
+
+void ExpressionEvalCommaOp::Print(std::string& out, const ExpressionEvalContext* names) const {
+    // The same text as the nested form "(seq s1 (seq s2 ...))", without the nesting.
+    const ExpressionEvalCommaOp* node = this;
+    int open = 0;
+    while (node->m_Next) {
+        out += "(seq";
+        PrintChild(out, node->m_Left, names);
+        out += ' ';
+        ++open;
+        node = node->m_Next;
+    }
+    node->ExpressionEvalBinaryOp::Print(out, names);
+    out.append(static_cast<size_t>(open), ')');
 }
 
 void ExpressionEvalCommaOp::Chain(ExpressionEvalCommaOp* next) {

@@ -13,10 +13,16 @@
 #pragma once
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 class ExpressionEvalContext;
+
+// The longest string value: literals hold at most 255 characters, and a concatenation is cut
+// here ("string overflow"), so a script that doubles a string on every packet levels off
+// instead of exhausting memory. Room for a packet's data read through $DATA.
+inline constexpr std::size_t kMaxStringLength = std::size_t{1} << 22;
 
 // Converts a double the way the language's home platform does for integer work: truncation toward
 // zero to 64 bits, then the low 32 bits. NaN and magnitudes of 2^63 or more give the "indefinite"
@@ -356,6 +362,8 @@ public:
     ~ExpressionEvalCommaOp() override;
     double Evaluate(ExpressionEvalContext& context) const override;
     int GetType() const override { return kNoValue; }
+    // Walks the list in a loop: a flat script of any length prints in constant stack.
+    void Print(std::string& out, const ExpressionEvalContext* names) const override;
     // Appends `next` as the right part of this (so far single) sequence node.
     void Chain(ExpressionEvalCommaOp* next);
     // Makes the depth of a list's first node cover a statement appended further down the list

@@ -48,13 +48,13 @@ std::unique_ptr<ExpressionEvalOp> ExpressionParser::Parse(std::string_view text,
     return std::move(Run(text, context, sink).m_Result.m_Root);
 }
 
-ExpressionCheckResult ExpressionParser::Check(std::string_view text,
-                                              ExpressionEvalContext& context) {
+ExpressionCheckResult ExpressionParser::Check(std::string_view text, ExpressionEvalContext& context,
+                                              bool printTree) {
     ExpressionCheckResult check;
     Parsed parsed =
         Run(text, context, [&check](const std::string& line) { check.m_Messages.push_back(line); });
     check.m_Ok = parsed.m_Result.m_Root != nullptr;
-    if (check.m_Ok)
+    if (check.m_Ok && printTree)
         parsed.m_Result.m_Root->Print(check.m_Tree, &context);
     for (const auto& [name, index] : context.Names()) {
         auto use = parsed.m_Uses.find(index);

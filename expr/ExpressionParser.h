@@ -59,7 +59,9 @@ public:
                                                    ExpressionEvalContext& context,
                                                    const ExpressionMessageSink& sink = {});
     // Parses `text` for checking, without evaluating it. `context` lets a host register its
-    // vocabulary first; the messages are collected rather than written.
-    static ExpressionCheckResult Check(std::string_view text, ExpressionEvalContext& context);
+    // vocabulary first; the messages are collected rather than written. Without `printTree`
+    // the result's m_Tree stays empty (a host compiling a script needs only the uses).
+    static ExpressionCheckResult Check(std::string_view text, ExpressionEvalContext& context,
+                                       bool printTree = true);
     static ExpressionCheckResult Check(std::string_view text);
 };

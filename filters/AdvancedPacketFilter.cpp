@@ -6,6 +6,7 @@
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
+#include "framework/jok/Property.h"
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
@@ -23,17 +24,26 @@ CZorAdvancedPacketFilter::~CZorAdvancedPacketFilter() {
     KillAlarm();
 }
 
-bool CZorAdvancedPacketFilter::SetFilter(std::string_view text) {
+bool CZorAdvancedPacketFilter::SetFilter(std::string_view text, std::string* failure) {
     CZorPacketVocabulary::SCompiled compiled;
     bool ok = true;
     if (!text.empty()) {
         std::string messages;
         ok = m_Vocabulary.CompileScript(text, &compiled, &messages);
-        size_t start = 0;
-        while (start < messages.size()) {
-            const size_t end = std::min(messages.find('\n', start), messages.size());
-            BelDump("%.*s\n", static_cast<int>(end - start), messages.data() + start);
-            start = end + 1;
+        if (!ok && failure) {
+            // The caller tells the script author; one line, the messages joined.
+            failure->clear();
+            for (char c : messages)
+                *failure += c == '\n' ? "; " : std::string(1, c);
+            while (failure->size() >= 2 && failure->compare(failure->size() - 2, 2, "; ") == 0)
+                failure->resize(failure->size() - 2);
+        } else {
+            size_t start = 0;
+            while (start < messages.size()) {
+                const size_t end = std::min(messages.find('\n', start), messages.size());
+                BelDump("%.*s\n", static_cast<int>(end - start), messages.data() + start);
+                start = end + 1;
+            }
         }
     }
     m_FilterText = ok ? std::string(text) : std::string();
@@ -217,7 +227,10 @@ int CAdvancedPacketFilterCom::FilterHandler(CBelString* value, int set) {
         *value = m_pModule->GetFilter();
         return 1;
     }
-    return m_pModule->SetFilter(value->str()) ? 1 : 0;
+    std::string failure;
+    if (!m_pModule->SetFilter(value->str(), &failure))
+        return JokRefuseProperty(failure.c_str());
+    return 1;
 }
 
 int CAdvancedPacketFilterCom::TextHandler(CBelString* value, int set) {
@@ -228,12 +241,13 @@ int CAdvancedPacketFilterCom::TextHandler(CBelString* value, int set) {
         return 1;
     }
     if (!isText)
-        return 0;
+        return JokRefuseProperty(packet ? "the current packet is not a text packet"
+                                        : "there is no current packet (set it from the callback)");
     auto* text = static_cast<CKorTextPacket*>(packet);
     // The same rule as the script's TEXTSTR: a schema packet's text is made from its fields.
     if (m_pModule->Vocabulary().HasSchema(text->GetSchema())) {
         BelDump("APF: Packet defined by schema, cannot set text directly.\n");
-        return 0;
+        return JokRefuseProperty("the packet is defined by a schema: set its fields instead");
     }
     text->SetText(value->c_str());
     return 1;
@@ -423,31 +437,31 @@ int CAdvancedPacketFilterCom::CreateTimebasePacket(CJokCommandContext* context) 
     return 1;
 }
 
-namespace {
-
-// The index of an existing variable; an unknown name is reported and answers -1 (which reads as
-// 0 or an empty text).
-int LookupOrReport(CZorPacketVocabulary& vocabulary, const CBelString& name, const char* method,
-                   CJokCommandContext* context) {
-    const int index = vocabulary.Lookup(name.str(), false);
-    if (index < 0) {
+int CAdvancedPacketFilterCom::LookupOrReport(const CBelString& name, const char* method,
+                                             CJokCommandContext* context) {
+    const int index = m_pModule->Vocabulary().Lookup(name.str(), false);
+    if (index >= 0)
+        return index;
+    // The nil answer tells the script each time; the message only the first time a name is
+    // asked for, so a script that polls a variable before its filter sets it is not flooded.
+    if (m_UnknownNamesReported.insert(name.str()).second) {
         CBelString message;
-        message.Format("%s: no variable '%s'", method, name.c_str());
+        message.Format("%s: no variable '%s' (the answer is nil)", method, name.c_str());
         context->OutputErrorString(message);
     }
-    return index;
+    return -1;
 }
-
-} // namespace
 
 int CAdvancedPacketFilterCom::GetVariable(CJokCommandContext* context) {
     CBelString name;
     context->GetParam("variable", &name, 0);
     if (!context->CanProceed(0))
         return 1;
-    CZorPacketVocabulary& vocabulary = m_pModule->Vocabulary();
-    const int index = LookupOrReport(vocabulary, name, "GetVariable", context);
-    context->SetReturnValueNoRef(CJokGdDouble::Allocate(vocabulary.ReadValue(index)));
+    const int index = LookupOrReport(name, "GetVariable", context);
+    if (index >= 0) {
+        context->SetReturnValueNoRef(
+            CJokGdDouble::Allocate(m_pModule->Vocabulary().ReadValue(index)));
+    }
     return 1;
 }
 
@@ -468,11 +482,12 @@ int CAdvancedPacketFilterCom::GetStringVar(CJokCommandContext* context) {
     context->GetParam("variable", &name, 0);
     if (!context->CanProceed(0))
         return 1;
-    CZorPacketVocabulary& vocabulary = m_pModule->Vocabulary();
-    const int index = LookupOrReport(vocabulary, name, "GetStringVar", context);
-    std::string text;
-    vocabulary.ReadText(index, text);
-    context->SetReturnValueNoRef(CJokGdString::Allocate(CBelString(text)));
+    const int index = LookupOrReport(name, "GetStringVar", context);
+    if (index >= 0) {
+        std::string text;
+        m_pModule->Vocabulary().ReadText(index, text);
+        context->SetReturnValueNoRef(CJokGdString::Allocate(CBelString(text)));
+    }
     return 1;
 }
 

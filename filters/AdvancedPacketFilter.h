@@ -26,6 +26,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,9 +44,11 @@ public:
     explicit CZorAdvancedPacketFilter(const char* name = "AdvancedPacketFilter");
     ~CZorAdvancedPacketFilter() override;
 
-    // Compiles and installs a script; an empty text removes the script. Parse messages go to the
-    // diagnostic output. On failure the filter is left without a script and the answer is false.
-    bool SetFilter(std::string_view text);
+    // Compiles and installs a script; an empty text removes the script. On failure the filter is
+    // left without a script and the answer is false; the parse messages go to *failure (one line,
+    // "; " between messages) when it is given, else to the diagnostic output, as do the
+    // messages of a script that compiles ("string overflow" of a literal).
+    bool SetFilter(std::string_view text, std::string* failure = nullptr);
     const std::string& GetFilter() const { return m_FilterText; }
     bool HasFilter() const { return m_pTree != nullptr; }
 
@@ -138,12 +141,15 @@ private:
     void StampPacket(CJokCommandContext* context, CKorPacket* packet);
     // Answers whether the filter may take a made packet now; reports why not.
     bool CanInject(CJokCommandContext* context, const char* method);
+    // The index of an existing variable, or -1 (reported the first time a name is asked for).
+    int LookupOrReport(const CBelString& name, const char* method, CJokCommandContext* context);
 
     std::unique_ptr<CZorAdvancedPacketFilter> m_pOwned; // until a data path takes the module
     CZorAdvancedPacketFilter* m_pModule;
     IJokCommand* m_pCallback = nullptr;
     // Sub-media id and format sequence number, one pair per id used so far.
     std::vector<std::pair<unsigned, long>> m_AudioFormatNumbers;
+    std::set<std::string> m_UnknownNamesReported;
 };
 
 // "CreateAdvancedPacketFilter" { dataPath = "..." }.

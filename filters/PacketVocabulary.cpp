@@ -163,7 +163,7 @@ CZorPacketVocabulary::~CZorPacketVocabulary() {
 
 bool CZorPacketVocabulary::CompileScript(std::string_view text, SCompiled* compiled,
                                          std::string* messages) {
-    ExpressionCheckResult check = ExpressionParser::Check(text, *this);
+    ExpressionCheckResult check = ExpressionParser::Check(text, *this, false);
     for (const std::string& line : check.m_Messages)
         *messages += line;
     if (!check.m_Ok)
@@ -735,4 +735,9 @@ void CZorPacketVocabulary::ExposeSchemaFields() {
 
 void CZorPacketVocabulary::DebugOutput(std::string_view line) {
     BelDump("%.*s", static_cast<int>(line.size()), line.data());
+}
+
+void CZorPacketVocabulary::RuntimeMessage(std::string_view text) {
+    BelDump("CZorAdvancedPacketFilter::ProcessPacket -> %.*s\n", static_cast<int>(text.size()),
+            text.data());
 }

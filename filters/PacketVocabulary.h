@@ -151,7 +151,11 @@ public:
     };
     bool CompileScript(std::string_view text, SCompiled* compiled, std::string* messages);
     // Makes a compiled script's field binding the running one (the tree stays with the caller).
-    void InstallBinding(std::vector<int> bound) { m_Bound = std::move(bound); }
+    // A new script: its bound fields, and its complaints reported afresh.
+    void InstallBinding(std::vector<int> bound) {
+        m_Bound = std::move(bound);
+        ResetReports();
+    }
 
     // Before each evaluation: fills the bound fields and the schema fields of a text packet.
     void BeginPacket() {
@@ -192,6 +196,7 @@ public:
 
     // Prints go to the diagnostic output.
     void DebugOutput(std::string_view line) override;
+    void RuntimeMessage(std::string_view text) override;
 
     double ReadHostNumber(int index) override;
     void WriteHostNumber(int index, double value) override;

@@ -1,6 +1,7 @@
 #include "host/HostApi.h"
 
 #include "framework/bel/BelClock.h"
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/bel/BelMessageLoop.h"
 #include "framework/jok/Command.h"
 #include "framework/jok/GenericData.h"
@@ -11,12 +12,14 @@
 #include "host/LuaComponent.h"
 #include "host/LuaFields.h"
 #include "host/LuaPacket.h"
+#include "host/LuaPlot.h"
 #include "host/LuaValue.h"
 #include "io/ScriptSink.h"
 #include "io/ScriptSource.h"
 #include "io/WavSink.h"
 #include "io/WavSource.h"
 
+#include <cmath>
 #include <lua.hpp>
 
 namespace {
@@ -92,21 +95,26 @@ int WavSink(lua_State* L, SLuaFault& fault) {
         fields.Fail("field 'file' is required");
     }
     fields.String("path", &path);
-    WAVEFORMATEX format{};
-    bool hasFormat = false;
+    std::string record; // the format with its extra bytes behind it
     if (fields.Table("format")) {
         std::string error;
-        hasFormat = LuaReadAudioFormat(L, -1, &format, &error);
-        lua_pop(L, 1);
-        if (!hasFormat) {
+        std::string extra;
+        WAVEFORMATEX format{};
+        if (LuaReadAudioFormat(L, -1, &format, &error, &extra)) {
+            record.assign(reinterpret_cast<const char*>(&format), sizeof(format));
+            record += extra;
+        } else {
             fields.Fail(error);
         }
+        lua_pop(L, 1);
     }
     if (!fields.Ok()) {
         return fault.Set(fields.Error());
     }
     CCallScope scope(L);
-    auto* sink = new CWavSinkCom(file.c_str(), path.c_str(), hasFormat ? &format : nullptr);
+    auto* sink = new CWavSinkCom(
+        file.c_str(), path.c_str(),
+        record.empty() ? nullptr : reinterpret_cast<const WAVEFORMATEX*>(record.data()));
     if (!sink->IsUsable()) {
         fault.Set("zor.wav_sink: " + sink->Error());
         sink->Release();
@@ -152,8 +160,9 @@ int Connect(lua_State* L, SLuaFault& fault) {
             return fault.Set("zor.connect: cannot link " + names +
                              ": packets go from an output pin to an input pin");
         }
-        if (!dataPathRegister::CDataPathRegistry::Connect(path.c_str(), from, to)) {
-            return fault.Set("zor.connect: cannot link " + names);
+        CBelString reason;
+        if (!dataPathRegister::CDataPathRegistry::Connect(path.c_str(), from, to, &reason)) {
+            return fault.Set("zor.connect: cannot link " + names + ": " + reason.str());
         }
     }
     // A linked graph lives as long as the script, whatever the script keeps in variables.
@@ -163,11 +172,31 @@ int Connect(lua_State* L, SLuaFault& fault) {
     return 0;
 }
 
+// zor.chain(path): the path's chains as PrintChain writes them, one module a line.
+int Chain(lua_State* L, SLuaFault& fault) {
+    if (lua_type(L, 1) != LUA_TSTRING) {
+        return fault.Set("zor.chain: expects a data path name");
+    }
+    const std::string path = lua_tostring(L, 1);
+    if (!dataPathRegister::CDataPathRegistry::IsKnown(path.c_str())) {
+        return fault.Set("zor.chain: no data path '" + path + "'");
+    }
+    CBelString text;
+    {
+        CBelDiagnosticCapture capture; // the chain is written as dump lines; keep them here
+        CCallScope scope(L);
+        dataPathRegister::CDataPathRegistry::PrintChain(path.c_str());
+        text = capture.Text(EBelDiagnosticKind::Dump);
+    }
+    lua_pushlstring(L, text.c_str(), static_cast<size_t>(text.GetLength()));
+    return 1;
+}
+
 int Run(lua_State* L, SLuaFault& fault) {
     CLuaFields fields(L, 1, "zor.run");
     fields.Allow({"seconds"});
     double seconds = 0;
-    if (!fields.Number("seconds", &seconds) && fields.Ok()) {
+    if (!fields.Finite("seconds", &seconds) && fields.Ok()) {
         fields.Fail("field 'seconds' is required");
     }
     if (fields.Ok() && seconds < 0) {
@@ -209,8 +238,9 @@ int Clock(lua_State* L, SLuaFault& fault) {
 }
 
 int Advance(lua_State* L, SLuaFault& fault) {
-    if (lua_type(L, 1) != LUA_TNUMBER || lua_tonumber(L, 1) < 0) {
-        return fault.Set("zor.advance: expects a number of milliseconds (not negative)");
+    if (lua_type(L, 1) != LUA_TNUMBER || !(lua_tonumber(L, 1) >= 0) ||
+        !std::isfinite(lua_tonumber(L, 1))) {
+        return fault.Set("zor.advance: expects a finite number of milliseconds (not negative)");
     }
     if (!BelIsVirtualClock()) {
         return fault.Set("zor.advance: the clock is real; call zor.clock(\"virtual\") first");
@@ -316,6 +346,7 @@ void HostInstallApi(lua_State* L, IJokModule* module) {
                                 {"wav_source", &LuaProtected<WavSource>},
                                 {"wav_sink", &LuaProtected<WavSink>},
                                 {"connect", &LuaProtected<Connect>},
+                                {"chain", &LuaProtected<Chain>},
                                 {"run", &LuaProtected<Run>},
                                 {"run_until_idle", &LuaProtected<RunUntilIdle>},
                                 {"clock", &LuaProtected<Clock>},
@@ -323,6 +354,7 @@ void HostInstallApi(lua_State* L, IJokModule* module) {
                                 {"now", &Now},
                                 {"capture", &LuaProtected<Capture>},
                                 {"properties", &LuaProtected<Properties>},
+                                {"plot_timeline", &LuaProtected<LuaPlotTimeline>},
                                 {nullptr, nullptr}};
     luaL_setfuncs(L, helpers, 0);
     LuaPushNull(L);

@@ -5,7 +5,9 @@
 #include "host/HostDiagnostics.h"
 
 #include <cstring>
+#include <exception>
 #include <lua.hpp>
+#include <new>
 
 namespace {
 
@@ -26,31 +28,20 @@ CHostState::~CHostState() {
 }
 
 void CHostState::Install(lua_State* L, const std::shared_ptr<CHostState>& state) {
-    // A full userdata holding a shared pointer, so callbacks can keep the state alive.
-    void* memory = lua_newuserdatauv(L, sizeof(std::shared_ptr<CHostState>), 0);
-    new (memory) std::shared_ptr<CHostState>(state);
-    lua_newtable(L);
-    lua_pushcfunction(L, [](lua_State* L) -> int {
-        static_cast<std::shared_ptr<CHostState>*>(lua_touserdata(L, 1))->~shared_ptr();
-        return 0;
-    });
-    lua_setfield(L, -2, "__gc");
-    lua_setmetatable(L, -2);
+    // A light userdata: nothing a script can reach finalises or replaces the state.
+    lua_pushlightuserdata(L, state.get());
     lua_rawsetp(L, LUA_REGISTRYINDEX, &s_StateKey);
 }
 
 std::shared_ptr<CHostState> CHostState::SharedOf(lua_State* L) {
-    lua_rawgetp(L, LUA_REGISTRYINDEX, &s_StateKey);
-    auto* shared = static_cast<std::shared_ptr<CHostState>*>(lua_touserdata(L, -1));
-    lua_pop(L, 1);
-    return *shared;
+    return Of(L).shared_from_this();
 }
 
 CHostState& CHostState::Of(lua_State* L) {
     lua_rawgetp(L, LUA_REGISTRYINDEX, &s_StateKey);
-    auto* shared = static_cast<std::shared_ptr<CHostState>*>(lua_touserdata(L, -1));
+    auto* state = static_cast<CHostState*>(lua_touserdata(L, -1));
     lua_pop(L, 1);
-    return **shared;
+    return *state;
 }
 
 bool CHostState::Locate(void* context, std::string* file, int* line) {
@@ -124,6 +115,25 @@ bool CHostState::TakePendingError(std::string* message) {
     return true;
 }
 
+void CHostState::RequestExit(int status) {
+    if (!m_ExitRequested) {
+        m_ExitRequested = true;
+        m_ExitStatus = status;
+    }
+}
+
+bool CHostState::ExitRequested(int* status) const {
+    if (status && m_ExitRequested) {
+        *status = m_ExitStatus;
+    }
+    return m_ExitRequested;
+}
+
+void* CHostState::ExitMarker() {
+    static const char marker = 0;
+    return const_cast<char*>(&marker);
+}
+
 long CHostState::FormatSeqNumber(const void* record, unsigned size) {
     std::string key(static_cast<const char*>(record), size);
     for (const auto& [known, number] : m_FormatSeqNumbers) {
@@ -156,8 +166,25 @@ int SLuaFault::Set(std::string message, bool located) {
 
 bool LuaRunBinding(lua_State* L, LuaBinding binding, int* results) {
     SLuaFault fault;
-    *results = binding(L, fault);
     CHostState& state = CHostState::Of(L);
+    const int top = lua_gettop(L);
+    try {
+        *results = binding(L, fault);
+    } catch (const std::bad_alloc&) {
+        lua_settop(L, top);
+        fault.Set("out of memory");
+    } catch (const std::exception& e) {
+        lua_settop(L, top);
+        fault.Set(std::string("internal error: ") + e.what());
+    } catch (...) {
+        lua_settop(L, top);
+        fault.Set("internal error");
+    }
+    if (!state.InCall() && state.ExitRequested()) {
+        // An exit from a callback during this call: unwind the script now.
+        lua_pushlightuserdata(L, CHostState::ExitMarker());
+        return false;
+    }
     if (!fault.IsSet() && !state.InCall()) {
         std::string pending;
         if (state.TakePendingError(&pending)) {

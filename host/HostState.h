@@ -9,7 +9,12 @@
 //
 // Raising (LuaProtected): a Lua error longjmps, which would skip the destructors of C++ locals.
 // Bindings therefore report script faults through SLuaFault and return; the wrapper raises the
-// error after every C++ local of the binding is gone.
+// error after every C++ local of the binding is gone. No C++ exception may cross into Lua either:
+// the wrapper turns one into the binding's fault.
+//
+// Ending the script (os.exit): the request is recorded here and raised as the exit marker, an
+// error no message handler rewrites. From a callback it is raised once the outermost call has
+// returned, like a callback's error; callbacks do not run any more once it is recorded.
 #pragma once
 
 #include <memory>
@@ -21,14 +26,15 @@ struct IUnknown;
 struct lua_State;
 class CHostDiagnostics;
 
-class CHostState {
+class CHostState : public std::enable_shared_from_this<CHostState> {
 public:
     CHostState(lua_State* main, CHostDiagnostics& diagnostics);
     ~CHostState();
     CHostState(const CHostState&) = delete;
     CHostState& operator=(const CHostState&) = delete;
 
-    // Makes state reachable from L (and its coroutines) through Of; L does not own it.
+    // Makes state reachable from L (and its coroutines) through Of. L does not own it: the
+    // caller keeps it alive until after lua_close.
     static void Install(lua_State* L, const std::shared_ptr<CHostState>& state);
     static CHostState& Of(lua_State* L);
     static std::shared_ptr<CHostState> SharedOf(lua_State* L);
@@ -56,6 +62,12 @@ public:
     void SetPendingError(const std::string& message);
     bool TakePendingError(std::string* message);
 
+    // os.exit: the first request's status wins.
+    void RequestExit(int status);
+    bool ExitRequested(int* status = nullptr) const;
+    // The error value by which an exit unwinds the script.
+    static void* ExitMarker();
+
     // One format sequence number per distinct format record, so that packets the script makes
     // with the same format look like one stream to receivers.
     long FormatSeqNumber(const void* record, unsigned size);
@@ -74,6 +86,8 @@ private:
     std::vector<IUnknown*> m_Held;
     bool m_HasPendingError = false;
     std::string m_PendingError;
+    bool m_ExitRequested = false;
+    int m_ExitStatus = 0;
     std::vector<std::pair<std::string, long>> m_FormatSeqNumbers;
 };
 

@@ -57,8 +57,21 @@ std::string NoSuchProperty(IUnknown* object, const char* name) {
     return names.empty() ? message : message + " (it has: " + names + ")";
 }
 
+// The object of a Lua value whose reference is still held; nullptr with a fault once released.
+SLuaObject* Live(lua_State* L, int index, SLuaFault& fault) {
+    SLuaObject* self = ToObject(L, index);
+    if (!self || !self->m_pUnknown) {
+        fault.Set("the component was released");
+        return nullptr;
+    }
+    return self;
+}
+
 int Index(lua_State* L, SLuaFault& fault) {
-    SLuaObject* self = ToObject(L, 1);
+    SLuaObject* self = Live(L, 1, fault);
+    if (!self) {
+        return 0;
+    }
     if (lua_type(L, 2) != LUA_TSTRING) {
         return fault.Set("component properties are named by strings");
     }
@@ -80,7 +93,10 @@ int Index(lua_State* L, SLuaFault& fault) {
 }
 
 int NewIndex(lua_State* L, SLuaFault& fault) {
-    SLuaObject* self = ToObject(L, 1);
+    SLuaObject* self = Live(L, 1, fault);
+    if (!self) {
+        return 0;
+    }
     if (lua_type(L, 2) != LUA_TSTRING) {
         return fault.Set("component properties are named by strings");
     }
@@ -95,10 +111,12 @@ int NewIndex(lua_State* L, SLuaFault& fault) {
         return fault.Set(where + ": cannot take " + error);
     }
     int result = 0;
+    JokTakePropertyRefusal(); // a stale reason must not explain this write
     {
         CCallScope scope(L);
         result = self->m_pCommand->SetProperty(name, value);
     }
+    const std::string reason = JokTakePropertyRefusal().str();
     const char* given = JokGdTypeDescription(value->GetType());
     value->Release();
     if (result == -1) {
@@ -109,6 +127,10 @@ int NewIndex(lua_State* L, SLuaFault& fault) {
         bool readOnly = false;
         if (DescribeProperty(self->m_pCommand, name, &type, &readOnly) && readOnly) {
             return fault.Set(where + " is read-only");
+        }
+        // The component's own reason when it gave one, else what can be said from outside.
+        if (!reason.empty()) {
+            return fault.Set(where + ": " + reason);
         }
         return fault.Set(where + ": refused " + given +
                          (type.empty() ? std::string() : " (the property is " + type + ")"));
@@ -152,7 +174,10 @@ bool AddParameters(lua_State* L, int first, CJokCommandContext& context, std::st
 }
 
 int Call(lua_State* L, SLuaFault& fault) {
-    SLuaObject* self = ToObject(L, 1);
+    SLuaObject* self = Live(L, 1, fault);
+    if (!self) {
+        return 0;
+    }
     const std::string name = LuaObjectName(self->m_pUnknown);
     if (!self->m_pCommand) {
         return fault.Set(name + " cannot be called");
@@ -199,6 +224,10 @@ int Call(lua_State* L, SLuaFault& fault) {
 
 int ToString(lua_State* L, SLuaFault&) {
     SLuaObject* self = ToObject(L, 1);
+    if (!self->m_pUnknown) {
+        lua_pushliteral(L, "component (released)");
+        return 1;
+    }
     const std::string name = LuaObjectName(self->m_pUnknown);
     lua_pushfstring(L, "%s: %p", name.c_str(), static_cast<void*>(self->m_pIdentity));
     return 1;
@@ -207,7 +236,8 @@ int ToString(lua_State* L, SLuaFault&) {
 int Equal(lua_State* L) {
     SLuaObject* a = ToObject(L, 1);
     SLuaObject* b = ToObject(L, 2);
-    lua_pushboolean(L, a && b && a->m_pIdentity == b->m_pIdentity);
+    lua_pushboolean(L,
+                    a && b && a->m_pUnknown && b->m_pUnknown && a->m_pIdentity == b->m_pIdentity);
     return 1;
 }
 
@@ -221,6 +251,7 @@ int Collect(lua_State* L) {
     state.Release(self->m_pUnknown);
     self->m_pCommand = nullptr;
     self->m_pUnknown = nullptr;
+    self->m_pIdentity = nullptr;
     return 0;
 }
 
@@ -277,8 +308,15 @@ std::string LuaPropertyNames(IUnknown* object) {
     return names;
 }
 
+bool LuaIsObject(lua_State* L, int index) {
+    return ToObject(L, index) != nullptr;
+}
+
 void LuaRegisterObjectType(lua_State* L) {
     luaL_newmetatable(L, kObjectType);
+    // getmetatable answers the type name, so a script cannot reach the finaliser.
+    lua_pushstring(L, kObjectType);
+    lua_setfield(L, -2, "__metatable");
     const luaL_Reg methods[] = {{"__index", &LuaProtected<Index>},
                                 {"__newindex", &LuaProtected<NewIndex>},
                                 {"__call", &LuaProtected<Call>},

@@ -21,8 +21,11 @@ struct lua_State;
 
 // Pushes a new Lua object holding its own reference to object (borrowed).
 void LuaPushObject(lua_State* L, IUnknown* object, const SLuaOrigin& origin = {});
-// The object behind the Lua value at index (borrowed), or nullptr when it is none.
+// The object behind the Lua value at index (borrowed), or nullptr when it is none (also for an
+// object value whose reference was released).
 IUnknown* LuaToObject(lua_State* L, int index);
+// Whether the value at index is an object value, released or not.
+bool LuaIsObject(lua_State* L, int index);
 // "ScriptSink", "CreatePort", ...: how messages name an object.
 std::string LuaObjectName(IUnknown* object);
 // The object's property names, ", "-separated ("" when it lists none).

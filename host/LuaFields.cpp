@@ -1,8 +1,22 @@
 #include "host/LuaFields.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <lua.hpp>
+
+namespace {
+
+std::string Show(double value) {
+    if (std::isnan(value)) {
+        return "nan"; // whatever its sign bit
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.15g", value);
+    return text;
+}
+
+} // namespace
 
 CLuaFields::CLuaFields(lua_State* L, int index, std::string what)
     : m_pLua(L), m_What(std::move(what)) {
@@ -62,17 +76,39 @@ bool CLuaFields::Number(const char* name, double* out) {
     return true;
 }
 
-bool CLuaFields::Integer(const char* name, long long* out) {
+bool CLuaFields::Finite(const char* name, double* out) {
     double value = 0;
     if (!Number(name, &value)) {
         return false;
     }
-    if (std::floor(value) != value || std::fabs(value) > 9.0e15) {
-        Fail(std::string("field '") + name + "' must be a whole number");
+    if (!std::isfinite(value)) {
+        Fail(std::string("field '") + name + "' must be a finite number, not " + Show(value));
+        return false;
+    }
+    *out = value;
+    return true;
+}
+
+bool CLuaFields::Integer(const char* name, long long* out, long long min, long long max) {
+    double value = 0;
+    if (!Number(name, &value)) {
+        return false;
+    }
+    // Compared as doubles before any conversion: converting NaN or an out-of-range value to an
+    // integer is undefined.
+    if (!(std::floor(value) == value && value >= static_cast<double>(min) &&
+          value <= static_cast<double>(max))) {
+        Fail(std::string("field '") + name + "' must be a whole number from " +
+             std::to_string(min) + " to " + std::to_string(max) + ", not " + Show(value));
         return false;
     }
     *out = static_cast<long long>(value);
     return true;
+}
+
+bool CLuaFields::Integer(const char* name, long long* out) {
+    constexpr long long kExact = 9007199254740992LL; // 2^53
+    return Integer(name, out, -kExact, kExact);
 }
 
 bool CLuaFields::String(const char* name, std::string* out) {

@@ -21,7 +21,12 @@ public:
     // Each answers true and sets *out when the field is present and of the right type; a missing
     // field answers false and leaves *out; a wrong type records a fault.
     bool Number(const char* name, double* out);
-    // A number with an integral value.
+    // A finite number (not NaN, not an infinity).
+    bool Finite(const char* name, double* out);
+    // A whole number from min to max; NaN, infinities, fractions and values out of range are
+    // faults that name the field and the range, never converted. Without a range: +-2^53, the
+    // whole numbers a Lua number holds exactly.
+    bool Integer(const char* name, long long* out, long long min, long long max);
     bool Integer(const char* name, long long* out);
     bool String(const char* name, std::string* out);
     bool Boolean(const char* name, bool* out);

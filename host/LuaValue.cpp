@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cmath>
 #include <lua.hpp>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -130,6 +132,10 @@ CJokGenericData* UserdataToValue(lua_State* L, int index, std::string* error) {
     if (CKorPacket* packet = LuaToPacket(L, index)) {
         return CHostPacketObject::NewValue(packet);
     }
+    if (LuaIsPacket(L, index) || LuaIsObject(L, index)) {
+        *error = LuaIsPacket(L, index) ? "a released packet" : "a released component";
+        return nullptr;
+    }
     *error = std::string("a ") + luaL_typename(L, index) + " that is no zor value";
     return nullptr;
 }
@@ -207,6 +213,8 @@ void LuaRegisterNull(lua_State* L) {
         return 1;
     });
     lua_setfield(L, -2, "__tostring");
+    lua_pushstring(L, kNullType);
+    lua_setfield(L, -2, "__metatable");
     lua_pop(L, 1);
     // The one null object, kept in the registry under the type name's neighbour.
     lua_newuserdatauv(L, 0, 0);
@@ -287,10 +295,51 @@ int CLuaCallback::Trampoline(lua_State* L) {
     return 0;
 }
 
+namespace {
+
+// Whether a message starts with a "source:line:" position, as Lua's own errors do.
+bool HasPosition(std::string_view message) {
+    const size_t colon = message.find(':');
+    if (colon == std::string_view::npos || colon == 0) {
+        return false;
+    }
+    size_t digits = colon + 1;
+    while (digits < message.size() && message[digits] >= '0' && message[digits] <= '9') {
+        ++digits;
+    }
+    return digits > colon + 1 && digits < message.size() && message[digits] == ':';
+}
+
+} // namespace
+
+// Message handler of a callback's call: runs where the error happened, so it can name the
+// callback's own line when the error itself does not (a yield, an error object that is not a
+// string, error(message, 0)). The exit marker passes untouched.
+int CLuaCallback::Locate(lua_State* L) {
+    if (lua_touserdata(L, 1) == CHostState::ExitMarker()) {
+        return 1;
+    }
+    const char* message = lua_tostring(L, 1);
+    if (!message) {
+        message = lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, 1));
+    } else if (std::string_view(message) == "attempt to yield across a C-call boundary") {
+        message = lua_pushfstring(L, "%s (a callback cannot yield)", message);
+    }
+    lua_Debug ar;
+    for (int level = 1; !HasPosition(message) && lua_getstack(L, level, &ar); ++level) {
+        if (lua_getinfo(L, "Sl", &ar) && ar.currentline > 0) {
+            lua_pushfstring(L, "%s:%d: %s", ar.short_src, ar.currentline, message);
+            return 1;
+        }
+    }
+    lua_pushstring(L, message);
+    return 1;
+}
+
 int CLuaCallback::CallMethod(CJokCommandContext* context) {
     CHostState& state = *m_pState;
-    if (state.IsClosing()) {
-        return 1;
+    if (state.IsClosing() || state.ExitRequested()) {
+        return 1; // the script is ending: no more Lua code runs
     }
     if (!state.IsHostThread()) {
         BelDump("CLuaCallback::CallMethod -> a script callback cannot run on another thread; "
@@ -298,18 +347,24 @@ int CLuaCallback::CallMethod(CJokCommandContext* context) {
         return 1;
     }
     lua_State* L = state.Current();
-    if (!lua_checkstack(L, 4)) {
+    if (!lua_checkstack(L, 5)) {
         return 1;
     }
     AddRef(); // the function may drop the last other reference to this callback
+    lua_pushcfunction(L, &CLuaCallback::Locate);
+    const int handler = lua_gettop(L);
     lua_pushcfunction(L, &CLuaCallback::Trampoline);
     lua_pushlightuserdata(L, this);
     lua_pushlightuserdata(L, context);
-    if (lua_pcall(L, 2, 0, 0) != LUA_OK) {
-        const char* message = lua_tostring(L, -1);
-        state.SetPendingError(message ? message : "(error object is not a string)");
+    if (lua_pcall(L, 2, 0, handler) != LUA_OK) {
+        // An exit is already recorded; it unwinds the script when the outermost call returns.
+        if (lua_touserdata(L, -1) != CHostState::ExitMarker()) {
+            const char* message = lua_tostring(L, -1);
+            state.SetPendingError(message ? message : "(error object is not a string)");
+        }
         lua_pop(L, 1);
     }
+    lua_pop(L, 1); // the handler
     Release();
     return 1;
 }

@@ -62,6 +62,7 @@ public:
 
 private:
     static int Trampoline(lua_State* L);
+    static int Locate(lua_State* L);
     static bool SetResult(lua_State* L, CJokCommandContext* context);
 
     std::shared_ptr<CHostState> m_pState;

@@ -15,7 +15,7 @@
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Module.h"
 #include "framework/kor/PinComponent.h"
-#include "io/WavFile.h"
+#include "framework/wave/WavFile.h"
 
 #include <string>
 

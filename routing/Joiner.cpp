@@ -61,7 +61,10 @@ void CJoinerComp::Poll() {
             return;
         }
     }
-    std::vector<CJoinerPortComp*> served;
+    // Every port emptied by the walk owes its upstream a poll, also when the walk stops at a
+    // refusal: a port emptied and then skipped would never ask for the packet its upstream holds
+    // back, and that stream would stall for good.
+    std::vector<CJoinerPortComp*> emptied;
     while (!m_Waiting.empty()) {
         CJoinerPortComp* port = m_Waiting.front();
         m_Waiting.pop_front();
@@ -70,19 +73,20 @@ void CJoinerComp::Poll() {
             continue;
         }
         HandOver(packet);
+        emptied.push_back(port);
         if (m_pPacket) {
-            port->Poll(); // it may take in its next packet, which queues behind the others
-            return;
+            break;
         }
-        served.push_back(port);
     }
-    // Everything that waited has gone: the ports emptied on the way ask their upstreams for more
-    // now, when a new packet can no longer overtake one that waited.
-    const std::deque<CJoinerPortComp*> waiting = m_Waiting;
-    for (CJoinerPortComp* port : waiting) {
-        port->Poll();
+    if (!m_pPacket) {
+        const std::deque<CJoinerPortComp*> waiting = m_Waiting;
+        for (CJoinerPortComp* port : waiting) {
+            port->Poll();
+        }
     }
-    for (CJoinerPortComp* port : served) {
+    // In the order they were emptied; while a packet is pending here their new packets queue
+    // behind the others, so nothing overtakes.
+    for (CJoinerPortComp* port : emptied) {
         port->Poll();
     }
 }
@@ -100,10 +104,9 @@ void CJoinerComp::Lock(bool lock) {
         ++m_LockCount;
         return;
     }
-    if (m_LockCount == 0) {
-        return; // unlocking an open joiner changes nothing
-    }
-    if (--m_LockCount == 0) {
+    // Every unlock counts, also below zero: a lock taken later then only brings the count back
+    // to zero, and packets flow while it is below 1.
+    if (--m_LockCount < 1) {
         Poll();
     }
 }

@@ -45,7 +45,9 @@ public:
     void Poll() override;
     void Flush() override;
 
-    // Adds (true) or takes away (false) one lock; the last unlock lets waiting packets flow.
+    // Adds (true) or takes away (false) one lock, whatever the count: false at 0 makes it -1,
+    // and a true after that leaves the joiner open. Packets flow while the count is below 1; an
+    // unlock that leaves it there lets the waiting packets go.
     void Lock(bool lock);
 
     // "CreatePort" { dataPath = "..." }, "Flush" {}, "Lock" { lock = true | false }.

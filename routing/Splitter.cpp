@@ -114,6 +114,12 @@ void CZorSplitter::Push() {
     m_pPacket = nullptr;
     if (ActivePorts == 0) {
         packet->Release(); // no ports: the input is discarded
+        if (!m_ToldNoPorts) {
+            m_ToldNoPorts = true;
+            BelDump("CZorSplitter::Receive -> the splitter on '%s' has no ports: its packets are "
+                    "dropped (make one with CreatePort)\n",
+                    m_PathLabel.IsEmpty() ? "?" : m_PathLabel.c_str());
+        }
         return;
     }
     if (m_TableChanges != tableBefore) {
@@ -304,7 +310,8 @@ CSplitterCom::~CSplitterCom() {
 const CJokPropertyMap<CSplitterCom>& CSplitterCom::PropertyMap() {
     static const CJokPropertyMap<CSplitterCom> map = [] {
         CJokPropertyMap<CSplitterCom> m;
-        m.AddFunction("CreatePort", &CSplitterCom::CreatePort, "&CSplitterCom::CreatePort");
+        m.AddFunction("CreatePort", &CSplitterCom::CreatePort, "&CSplitterCom::CreatePort")
+            .AddFunction("RemovePort", &CSplitterCom::RemovePort, "&CSplitterCom::RemovePort");
         return m;
     }();
     return map;
@@ -336,6 +343,7 @@ CKorModule* CSplitterCom::CreateContext(const char* path) {
     auto* splitter = static_cast<CZorSplitter*>(_GetContext(path));
     if (!splitter) {
         splitter = new CZorSplitter;
+        splitter->SetPathLabel(path);
         RememberContext(path, splitter);
         m_Splitters.push_back(splitter);
     }
@@ -384,6 +392,40 @@ int CSplitterCom::CreatePort(CJokCommandContext* context) {
 CSplitterPortCom::CSplitterPortCom(const char* dataPath, CSplitterCom* splitter)
     : CKorOutputPinComponent("SplitterPort"), m_DataPath(dataPath), m_pSplitter(splitter) {
     ConnectPath(m_DataPath);
+}
+
+int CSplitterCom::RemovePort(CJokCommandContext* context) {
+    IUnknown* object = nullptr;
+    context->GetParam("port", &object, 0);
+    if (!context->CanProceed(0)) {
+        return 1;
+    }
+    CJokCOMObject* given = object ? CJokCOMObject::FromIUnknown(object) : nullptr;
+    const auto found = std::find_if(m_Ports.begin(), m_Ports.end(),
+                                    [given](CSplitterPortCom* port) { return port == given; });
+    if (object) {
+        object->Release();
+    }
+    if (found == m_Ports.end()) {
+        context->OutputErrorString("RemovePort: port is not a port of this splitter");
+        context->SetReturnValueNoRef(CJokGdBoolean::Allocate(0));
+        return 1;
+    }
+    CSplitterPortCom* port = *found;
+    m_Ports.erase(found);
+    port->Detach();
+    port->Release();
+    context->SetReturnValueNoRef(CJokGdBoolean::Allocate(1));
+    return 1;
+}
+
+bool CSplitterPortCom::MayEndOpen(const char* path) const {
+    return m_DataPath != path;
+}
+
+void CSplitterPortCom::Detach() {
+    m_pSplitter = nullptr;
+    DeleteContexts(); // each port module leaves its splitter's table as it goes
 }
 
 CKorModule* CSplitterPortCom::CreateContext(const char* path) {

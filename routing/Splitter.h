@@ -46,6 +46,9 @@ public:
     void UnlinkModule(CKorModule* module) override;
     void PrintChain() override;
 
+    // The data path the splitter serves, for its messages.
+    void SetPathLabel(const char* path) { m_PathLabel = path; }
+
     int GetPortTableLength() const { return m_nPorts; }
     CZorSplitterPort* GetPort(int slot) const { return m_ppPorts[slot]; } // borrowed, or nullptr
     CKorPacket* GetPendingPacket() const { return m_pPacket; }            // borrowed, or nullptr
@@ -65,6 +68,8 @@ private:
     int m_PortsToServe = 0;   // present ports not yet served
     unsigned m_PushCount = 0; // deliveries so far; ports made during one skip it
     unsigned m_TableChanges = 0;
+    CBelString m_PathLabel;
+    bool m_ToldNoPorts = false; // a splitter without ports says so once
 };
 
 class ZOR_EXPORT CZorSplitterPort final : public CKorModule {
@@ -112,6 +117,10 @@ public:
     // "CreatePort" { dataPath = "..." }: a new port component, joined to its own path and to every
     // path this component joined.
     int CreatePort(CJokCommandContext* context);
+    // "RemovePort" { port = p }: the port leaves the splitter at once (its modules are deleted,
+    // so a packet that waited only for it moves on); a script value still holding it holds a
+    // component on no path. Answers whether p was a port of this splitter.
+    int RemovePort(CJokCommandContext* context);
 
     CJokGenericData* GetProperty(const char* name, int flags) override;
     int SetProperty(const char* name, CJokGenericData* value) override;
@@ -138,8 +147,13 @@ public:
     CSplitterPortCom(const char* dataPath, CSplitterCom* splitter);
 
     // The port module of the path (borrowed; the bus owns it), made on first request; nullptr
-    // once the splitter component is gone.
+    // once the splitter component is gone or has removed the port.
     CKorModule* CreateContext(const char* path) override;
+    // Leaves the splitter: no more modules, the existing ones deleted.
+    void Detach();
+    // On its splitter's own paths a port is only the current end until a member joins after it;
+    // packets that fall off there are copies the other ports deliver.
+    bool MayEndOpen(const char* path) const override;
 
     const CBelString& GetDataPath() const { return m_DataPath; }
 

@@ -168,7 +168,8 @@ ZOR_G726_INLINE constexpr int SpreadOfMagnitude(int mag) {
 }
 
 ZOR_G726_INLINE constexpr int Spread(int packed) {
-    return (packed & 63) | ((packed >> 6) & 15) << kSpreadExpShift | (-((packed >> 10) & 1) & INT32_MIN);
+    return (packed & 63) | ((packed >> 6) & 15) << kSpreadExpShift |
+           (-((packed >> 10) & 1) & INT32_MIN);
 }
 
 ZOR_G726_INLINE constexpr int Packed(int spread) {
@@ -220,18 +221,28 @@ constexpr int LogMagnitude(int dqm) {
     return (exp << 7) + (((dqm << 7) >> exp) & 0x7F);
 }
 
-// The largest magnitude whose log is below a level, -1 when there is none.
+// The largest magnitude whose log is below a level, -1 when there is none, for every level a
+// row can ask for. One walk up the magnitudes fills it (LOG never decreases), which keeps the
+// rows' compile-time construction within every compiler's default evaluation budget.
+constexpr int kLogLevels = 4096; // above every decision level plus Y >> 2
+constexpr std::array<std::int16_t, kLogLevels> MakeLargestBelow() {
+    std::array<std::int16_t, kLogLevels> table{};
+    int dqm = -1; // the answer for the level in hand; it only grows with the level
+    for (int level = 0; level < kLogLevels; ++level) {
+        while (dqm < 32767 && LogMagnitude(dqm + 1) < level) {
+            ++dqm;
+        }
+        table[level] = static_cast<std::int16_t>(dqm);
+    }
+    return table;
+}
+constexpr std::array<std::int16_t, kLogLevels> kLargestBelow = MakeLargestBelow();
+
 constexpr int LargestBelow(int level) {
-    int lo = -1; // LogMagnitude(lo) < level, or lo is -1
-    int hi = 32767;
-    if (LogMagnitude(hi) < level) {
-        return hi;
+    if (level <= 0) {
+        return -1; // LOG is never negative
     }
-    while (hi - lo > 1) { // invariant: LogMagnitude(hi) >= level
-        const int mid = (lo + hi) / 2;
-        (LogMagnitude(mid) < level ? lo : hi) = mid;
-    }
-    return lo;
+    return level < kLogLevels ? kLargestBelow[level] : 32767;
 }
 
 template <int Bits> struct QuantRows {
@@ -250,22 +261,33 @@ template <int Bits> struct QuantRows {
 
     static constexpr std::array<Row, kMaxYShort - kMinYShort + 1> Make() {
         std::array<Row, kMaxYShort - kMinYShort + 1> rows{};
+        const RateTable& table = Rate<Bits>::Table();
+        int magnitudeOf[kCodes] = {};
+        bool negative[kCodes] = {};
+        for (int code = 0; code < kCodes; ++code) {
+            magnitudeOf[code] = Rate<Bits>::Magnitude(code);
+            negative[code] = Rate<Bits>::Negative(code) != 0;
+        }
         for (int yShort = kMinYShort; yShort <= kMaxYShort; ++yShort) {
             Row& row = rows[yShort - kMinYShort];
             for (int k = 0; k < kLanes; ++k) {
                 row.below[k] = static_cast<std::int16_t>(
-                    k < kLevels - 1 ? LargestBelow(Rate<Bits>::Table().decision[k] + yShort)
-                                    : 32767);
+                    k < kLevels - 1 ? LargestBelow(table.decision[k] + yShort) : 32767);
             }
-            for (int code = 0; code < kCodes; ++code) {
-                const int m = Rate<Bits>::Magnitude(code);
-                const bool negative = Rate<Bits>::Negative(code) != 0;
-                const int mag = Antilog(Rate<Bits>::Table().dqln[m], yShort << 2);
-                if ((mag == 0) != (Rate<Bits>::kGain[code] == 0)) {
+            // Per magnitude first: the codes of one magnitude differ only in sign.
+            int mags[16] = {};
+            int spreads[16] = {};
+            for (int m = 0; m < kLevels; ++m) {
+                mags[m] = Antilog(table.dqln[m], yShort << 2);
+                spreads[m] = SpreadOfMagnitude(mags[m]);
+                if ((mags[m] == 0) != (table.dqln[m] == -2048)) {
                     throw "UPB's gain must vanish exactly where DQ does";
                 }
-                row.dq[code] = static_cast<std::int16_t>(negative ? -mag : mag);
-                row.spread[code] = SpreadOfMagnitude(mag) | (negative ? INT32_MIN : 0);
+            }
+            for (int code = 0; code < kCodes; ++code) {
+                const int m = magnitudeOf[code];
+                row.dq[code] = static_cast<std::int16_t>(negative[code] ? -mags[m] : mags[m]);
+                row.spread[code] = spreads[m] | (negative[code] ? INT32_MIN : 0);
             }
         }
         return rows;
@@ -304,10 +326,10 @@ template <int Bits> struct QuantRows {
 };
 
 // ITU-T G.726 constants of the adaptation (TONE, LIMB, TRIGA).
-constexpr int kToneA2 = -11776;     // A2 below this is a tone
-constexpr int kMinYu = 544;         // LIMB
-constexpr int kMaxYu = 5120;        // LIMB
-constexpr int kTransitionAp = 256;  // TRIGA: AP after a transition
+constexpr int kToneA2 = -11776;    // A2 below this is a tone
+constexpr int kMinYu = 544;        // LIMB
+constexpr int kMaxYu = 5120;       // LIMB
+constexpr int kTransitionAp = 256; // TRIGA: AP after a transition
 
 // Everything of the update except the six zero-section taps and the history delay lines, which
 // the two kernels keep in different forms: reconstruction (ADDB, ADDC), TRANS, the scale factor
@@ -387,8 +409,7 @@ struct Adapter {
     }
 
     // dq is the quantised difference, signed. Returns SR, 16 bits.
-    template <int Bits>
-    ZOR_G726_INLINE int Update(int code, int dq, int se, int sez, int y) {
+    template <int Bits> ZOR_G726_INLINE int Update(int code, int dq, int se, int sez, int y) {
         const int sr = Wrap16(se + dq);
         const int dqsez = Wrap16(sez + dq);
         const int pk0 = dqsez >> 31;
@@ -405,7 +426,7 @@ struct Adapter {
         const int differ2 = pk0 ^ pk2;
         pk2 = pk1;
         pk1 = pk0;
-        const int live = dqsez == 0 ? 0 : -1;       // no gradient terms when DQ + SEZ is zero
+        const int live = dqsez == 0 ? 0 : -1; // no gradient terms when DQ + SEZ is zero
         // F(A1) limits |A1| to 8191 (then -8191 >> 5 = -256 and 8191 >> 5 = 255). The limits are
         // symmetric, so A1 is limited before its sign is known, off the path from DQ.
         const int a1Limited = std::min(std::max(a1, -8191), 8191);
@@ -494,10 +515,10 @@ struct VectorKernel {
         const State& s = state;
         coef[0] = _mm_setr_epi32(s.b[0], s.b[1], s.b[2], s.b[3]);
         coef[1] = _mm_setr_epi32(s.a[0], s.a[1], s.b[4], s.b[5]);
-        hist[0] = _mm_setr_epi32(Spread(s.dq[0]), Spread(s.dq[1]), Spread(s.dq[2]),
-                                 Spread(s.dq[3]));
-        hist[1] = _mm_setr_epi32(Spread(s.sr[0]), Spread(s.sr[1]), Spread(s.dq[4]),
-                                 Spread(s.dq[5]));
+        hist[0] =
+            _mm_setr_epi32(Spread(s.dq[0]), Spread(s.dq[1]), Spread(s.dq[2]), Spread(s.dq[3]));
+        hist[1] =
+            _mm_setr_epi32(Spread(s.sr[0]), Spread(s.sr[1]), Spread(s.dq[4]), Spread(s.dq[5]));
     }
 
     void Store() {
@@ -524,9 +545,7 @@ struct VectorKernel {
     int ScaleFactor() const { return ad.ScaleFactor(); }
 
     // UPB's gain by code in every lane, so that the coefficient update needs no broadcast.
-    template <int Bits> struct GainLanes {
-        alignas(16) std::int32_t lanes[Rate<Bits>::kCodes][4];
-    };
+    template <int Bits> struct GainLanes { alignas(16) std::int32_t lanes[Rate<Bits>::kCodes][4]; };
     template <int Bits> static constexpr GainLanes<Bits> MakeGainLanes() {
         GainLanes<Bits> table{};
         for (int code = 0; code < Rate<Bits>::kCodes; ++code) {
@@ -571,9 +590,9 @@ struct VectorKernel {
         // each product is zero, as anmant's upper half is.
         const __m128i wanmant =
             _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi16(anmant, history), _mm_set1_epi32(48)), 4);
-        const __m128i shift = _mm_add_epi32(
-            _mm_sub_epi32(_mm_slli_epi32(anexp, 23), _mm_set1_epi32(19 << 23)),
-            _mm_and_si128(history, _mm_set1_epi32(kSpreadExpMask)));
+        const __m128i shift =
+            _mm_add_epi32(_mm_sub_epi32(_mm_slli_epi32(anexp, 23), _mm_set1_epi32(19 << 23)),
+                          _mm_and_si128(history, _mm_set1_epi32(kSpreadExpMask)));
         const __m128 scaled =
             _mm_castsi128_ps(_mm_add_epi32(_mm_castps_si128(_mm_cvtepi32_ps(wanmant)), shift));
         const __m128i mag = _mm_and_si128(_mm_cvttps_epi32(scaled), _mm_set1_epi32(0x7FFF));
@@ -587,7 +606,8 @@ struct VectorKernel {
         __m128i sum = _mm_add_epi32(zeros, _mm_unpackhi_epi64(mixed, _mm_setzero_si128()));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(1, 0, 3, 2)));
         sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, _MM_SHUFFLE(2, 3, 0, 1)));
-        const __m128i poles = _mm_add_epi32(mixed, _mm_shuffle_epi32(mixed, _MM_SHUFFLE(2, 3, 0, 1)));
+        const __m128i poles =
+            _mm_add_epi32(mixed, _mm_shuffle_epi32(mixed, _MM_SHUFFLE(2, 3, 0, 1)));
         const int sezi = _mm_cvtsi128_si32(sum);
         const int sei = sezi + _mm_cvtsi128_si32(poles);
         se = Wrap16(sei) >> 1;
@@ -627,16 +647,16 @@ struct VectorKernel {
                 _mm_add_epi32(_mm_sub_epi32(coef[r], _mm_srai_epi32(coef[r], leak)), delta);
             coef[r] = _mm_srai_epi32(_mm_slli_epi32(bn, 16), 16);
         }
-        const __m128i poles = _mm_unpacklo_epi32(_mm_cvtsi32_si128(ad.a1), _mm_cvtsi32_si128(ad.a2));
-        coef[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(poles),
-                                                  _mm_castsi128_ps(coef[1]), _MM_SHUFFLE(3, 2, 1, 0)));
+        const __m128i poles =
+            _mm_unpacklo_epi32(_mm_cvtsi32_si128(ad.a1), _mm_cvtsi32_si128(ad.a2));
+        coef[1] = _mm_castps_si128(_mm_shuffle_ps(
+            _mm_castsi128_ps(poles), _mm_castsi128_ps(coef[1]), _MM_SHUFFLE(3, 2, 1, 0)));
 
         // Delay lines: dq moves one lane up, from lane 3 of the first register to lane 2 of
         // the second; sr moves within lanes 0-1.
         const __m128i crossing = _mm_unpackhi_epi32(hist[0], hist[1]); // [dq3 dq5 dq4 dq6]
         hist[0] = _mm_or_si128(_mm_slli_si128(hist[0], 4), _mm_cvtsi32_si128(dqSpread));
-        const __m128i srs =
-            _mm_or_si128(_mm_slli_si128(hist[1], 4), SpreadOfSr(sr));
+        const __m128i srs = _mm_or_si128(_mm_slli_si128(hist[1], 4), SpreadOfSr(sr));
         hist[1] = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(srs), _mm_castsi128_ps(crossing),
                                                   _MM_SHUFFLE(1, 2, 1, 0)));
         return sr;

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <exception>
+#include <new>
 
 namespace {
 
@@ -136,5 +138,29 @@ void BelRunInitialisers() {
     }
     for (BelInitialiser initialiser : pending) {
         initialiser();
+    }
+}
+
+CBelString BelDescribeCurrentException() noexcept {
+    try {
+        try {
+            throw;
+        } catch (const std::bad_alloc&) {
+            return "out of memory";
+        } catch (const std::exception& e) {
+            return e.what();
+        } catch (...) {
+            return "an unknown exception";
+        }
+    } catch (...) {
+        return CBelString(); // not even the text could be made
+    }
+}
+
+void BelDumpCurrentException(const char* where, const char* consequence) noexcept {
+    try {
+        BelDump("%s -> %s; %s\n", where, BelDescribeCurrentException().c_str(), consequence);
+    } catch (...) {
+        std::fputs("a diagnostic could not be written (out of memory)\n", stderr);
     }
 }

@@ -34,6 +34,13 @@ void BelDump(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void BelDisplayAssert(const char* expression, const char* file, int line);
 void BelReportScriptError(const char* text);
 
+// For the framework's boundaries (packet processing, timers, messages, calls from scripts),
+// inside a catch block: no exception crosses a module or component boundary. Answers what is
+// being handled, "out of memory" for std::bad_alloc. Never throws.
+CBelString BelDescribeCurrentException() noexcept;
+// Writes "<where> -> <what>; <consequence>\n" as a run-time complaint. Never throws.
+void BelDumpCurrentException(const char* where, const char* consequence) noexcept;
+
 // Assertions since the process started, and the last one (kind Assertion, or empty).
 long BelAssertCount();
 SBelDiagnostic BelLastAssert();

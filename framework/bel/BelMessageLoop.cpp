@@ -1,5 +1,7 @@
 #include "framework/bel/BelMessageLoop.h"
 
+#include "framework/bel/BelDiagnostics.h"
+
 #include "framework/bel/BelClock.h"
 #include "framework/bel/BelIdleProcess.h"
 #include "framework/bel/BelTimer.h"
@@ -82,10 +84,35 @@ bool CBelMessageLoop::PostMessage(HWND window, unsigned message, unsigned wParam
     }
     {
         std::lock_guard<std::mutex> lock(loop->m_Mutex);
-        loop->m_Posted.push_back(SPosted{window, message, wParam, lParam});
+        loop->m_Posted.push_back(
+            SPosted{window, message, wParam, lParam, loop->m_NextPostSequence++});
     }
     loop->m_Wake.notify_all();
     return true;
+}
+
+int CBelMessageLoop::DispatchQueued(HWND window, unsigned message) {
+    CBelMessageLoop& loop = Current();
+    int delivered = 0;
+    for (;;) {
+        SPosted posted{};
+        {
+            std::lock_guard<std::mutex> lock(loop.m_Mutex);
+            const auto found =
+                std::find_if(loop.m_Posted.begin(), loop.m_Posted.end(), [&](const SPosted& p) {
+                    return p.m_Window == window && p.m_Message == message;
+                });
+            if (found == loop.m_Posted.end()) {
+                return delivered;
+            }
+            posted = *found;
+            loop.m_Posted.erase(found);
+        }
+        if (IBelWindowTarget* target = TargetOf(window)) {
+            target->OnWindowMessage(window, message, posted.m_WParam, posted.m_LParam);
+            ++delivered;
+        }
+    }
 }
 
 void CBelMessageLoop::ScheduleTimer(CBelTimer* timer, double due) {
@@ -117,32 +144,45 @@ double CBelMessageLoop::TimerDue(const CBelTimer* timer) const {
     return found == m_TimerIndex.end() ? -1.0 : found->second.m_Due;
 }
 
+IBelWindowTarget* CBelMessageLoop::TargetOf(HWND window) {
+    SWindowRegistry& r = Windows();
+    std::lock_guard<std::mutex> lock(r.m_Mutex);
+    const auto found = r.m_Windows.find(reinterpret_cast<std::uintptr_t>(window));
+    return found == r.m_Windows.end() ? nullptr : found->second.m_pTarget;
+}
+
 int CBelMessageLoop::DeliverPosted() {
-    std::deque<SPosted> batch;
+    // A round delivers what was queued when it began; messages stay queued until their turn, so
+    // a handler can still take its own off the queue (DispatchQueued).
+    std::uint64_t roundEnd = 0;
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
-        batch.swap(m_Posted);
+        roundEnd = m_NextPostSequence;
     }
     int delivered = 0;
-    for (const SPosted& posted : batch) {
-        IBelWindowTarget* target = nullptr;
+    for (;;) {
+        SPosted posted{};
         {
-            SWindowRegistry& r = Windows();
-            std::lock_guard<std::mutex> lock(r.m_Mutex);
-            const auto found = r.m_Windows.find(reinterpret_cast<std::uintptr_t>(posted.m_Window));
-            if (found != r.m_Windows.end()) {
-                target = found->second.m_pTarget;
+            std::lock_guard<std::mutex> lock(m_Mutex);
+            if (m_Posted.empty() || m_Posted.front().m_Sequence >= roundEnd) {
+                return delivered;
             }
+            posted = m_Posted.front();
+            m_Posted.pop_front();
         }
         // The window may have been destroyed since the post: the message is dropped then.
-        if (target) {
+        if (IBelWindowTarget* target = TargetOf(posted.m_Window)) {
             ++s_MessageCount;
-            target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
-                                    posted.m_LParam);
+            try {
+                target->OnWindowMessage(posted.m_Window, posted.m_Message, posted.m_WParam,
+                                        posted.m_LParam);
+            } catch (...) {
+                BelDumpCurrentException("CBelMessageLoop::DeliverPosted",
+                                        "the message was dropped");
+            }
             ++delivered;
         }
     }
-    return delivered;
 }
 
 int CBelMessageLoop::FireDueTimers(double now) {
@@ -170,7 +210,11 @@ int CBelMessageLoop::FireDueTimers(double now) {
         if (!timer) {
             return fired;
         }
-        timer->TimeOut(BelGetTime());
+        try {
+            timer->TimeOut(BelGetTime());
+        } catch (...) {
+            BelDumpCurrentException("CBelMessageLoop::FireDueTimers", "the alarm was dropped");
+        }
         ++fired;
     }
 }
@@ -197,6 +241,9 @@ int CBelMessageLoop::RunUntilIdle() {
 int CBelMessageLoop::Advance(double milliseconds) {
     if (!BelIsVirtualClock()) {
         return RunUntilIdle();
+    }
+    if (!(milliseconds > 0)) {
+        milliseconds = 0; // NaN would never compare past a timer, and time does not run back
     }
     const double end = BelDoubleTime() + milliseconds / 1000.0;
     int total = RunUntilIdle();
@@ -226,6 +273,9 @@ void CBelMessageLoop::WaitUntil(double deadline) {
 }
 
 int CBelMessageLoop::RunFor(double seconds) {
+    if (!(seconds > 0)) {
+        seconds = 0; // NaN would keep the end out of reach for ever
+    }
     if (BelIsVirtualClock()) {
         return Advance(seconds * 1000.0);
     }

@@ -46,6 +46,11 @@ public:
     void DestroyWindow(HWND window);
     // Queues a message for the window's owning thread; answers false for an unknown window.
     static bool PostMessage(HWND window, unsigned message, unsigned wParam, long lParam);
+    // On the window's owning thread: delivers now, in order, every message of this number that
+    // is queued for the window, and takes them off the queue; answers how many. A module
+    // empties its queue this way before it frees what the messages refer to. These deliveries
+    // do not count in MessageCount.
+    static int DispatchQueued(HWND window, unsigned message);
 
     // Timers, keyed by the timer object; due is a framework-clock reading in seconds.
     void ScheduleTimer(CBelTimer* timer, double due);
@@ -77,6 +82,7 @@ private:
         unsigned m_Message;
         unsigned m_WParam;
         long m_LParam;
+        std::uint64_t m_Sequence;
     };
     struct STimerKey {
         double m_Due;
@@ -87,6 +93,8 @@ private:
     };
 
     int DeliverPosted();
+    // Looks the window's target up; nullptr once the window is destroyed.
+    static IBelWindowTarget* TargetOf(HWND window);
     bool RunIdleProcesses();
     int FireDueTimers(double now);
     double NextTimerDue() const;
@@ -95,6 +103,7 @@ private:
     mutable std::mutex m_Mutex;
     std::condition_variable m_Wake;
     std::deque<SPosted> m_Posted;
+    std::uint64_t m_NextPostSequence = 0;
     bool m_QuitRequested = false;
     std::map<STimerKey, CBelTimer*> m_Timers;
     std::map<const CBelTimer*, STimerKey> m_TimerIndex;

@@ -36,10 +36,16 @@ bool CBelSubject::IsAttached(const CBelObserver* observer) const {
 }
 
 void CBelSubject::Notify(int event) {
-    const std::vector<CBelObserver*> observers = m_Observers;
+    // The walk goes over a copy, in a buffer kept between calls; a nested Notify finds the buffer
+    // taken and uses a fresh one.
+    std::vector<CBelObserver*> observers;
+    observers.swap(m_Snapshot);
+    observers.assign(m_Observers.begin(), m_Observers.end());
     for (CBelObserver* observer : observers) {
         if (IsAttached(observer)) {
             observer->Update(this, event);
         }
     }
+    observers.clear();
+    m_Snapshot.swap(observers);
 }

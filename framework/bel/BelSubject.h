@@ -32,8 +32,10 @@ public:
     void Detach(CBelObserver* observer);
     bool IsAttached(const CBelObserver* observer) const;
     // Tells every observer attached when the call starts; an observer may detach meanwhile.
+    // Allocates nothing in steady state (subjects that notify per packet rely on it).
     void Notify(int event);
 
 private:
     std::vector<CBelObserver*> m_Observers;
+    std::vector<CBelObserver*> m_Snapshot; // the walk's buffer, kept between calls
 };

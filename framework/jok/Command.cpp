@@ -1,6 +1,7 @@
 #include "framework/jok/Command.h"
 
 #include "framework/bel/BelDiagnostics.h"
+#include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
 #include "framework/jok/Property.h"
 
@@ -96,5 +97,22 @@ CJokFreeFunctionObj::CJokFreeFunctionObj(const char* name, const char* descripti
 int CJokFreeFunctionObj::CallMethod(CJokCommandContext* context) {
     if (!m_pFunction)
         return 0;
-    return m_pFunction(context);
+    return JokGuardedCall(context, GetName().c_str(), [&] { return m_pFunction(context); });
+}
+
+void JokReportCallException(CJokCommandContext* context, const char* name) noexcept {
+    try {
+        const CBelString text = CBelString(name ? name : "") + ": " + BelDescribeCurrentException();
+        if (context)
+            context->OutputErrorString(text);
+        else
+            BelReportScriptError(text);
+    } catch (...) {
+        BelDumpCurrentException(name ? name : "", "the call was abandoned");
+    }
+}
+
+void JokReportUnusedParams(CJokCommandContext* context, const char* name) {
+    if (context)
+        context->ReportUnusedParams(name);
 }

@@ -84,6 +84,31 @@ private:
     CBelString m_Description;
 };
 
+// The framework's guarantees around a script-callable function, so that every creation function
+// and method has them without writing them: an exception never leaves the call (it becomes a
+// script error, "<name>: out of memory"), and named parameters or arguments the function never
+// read are reported once (see CommandContext.h). Answers the function's result, 1 after an
+// exception.
+template <class F> int JokGuardedCall(CJokCommandContext* context, const char* name, F&& function);
+
+// The out-of-line halves of JokGuardedCall.
+void JokReportCallException(CJokCommandContext* context, const char* name) noexcept;
+void JokReportUnusedParams(CJokCommandContext* context, const char* name);
+
+template <class F> int JokGuardedCall(CJokCommandContext* context, const char* name, F&& function) {
+    int result = 1;
+    try {
+        result = function();
+    } catch (...) {
+        JokReportCallException(context, name);
+        return 1;
+    }
+    if (result != 0) { // 0: the object cannot be called, so it read nothing on purpose
+        JokReportUnusedParams(context, name);
+    }
+    return result;
+}
+
 using JokFreeFunction = int (*)(CJokCommandContext* context);
 
 // A named free function.
@@ -110,7 +135,10 @@ public:
     }
     ~CJokClassFunctionObj() override { m_pObject->ExternalRelease(); }
 
-    int CallMethod(CJokCommandContext* context) override { return (m_pObject->*m_Method)(context); }
+    int CallMethod(CJokCommandContext* context) override {
+        return JokGuardedCall(context, GetName().c_str(),
+                              [&] { return (m_pObject->*m_Method)(context); });
+    }
     T* GetObject() const { return m_pObject; } // borrowed
 
 private:

@@ -5,6 +5,7 @@
 #include "framework/jok/Command.h"
 #include "framework/jok/GenericData.h"
 
+#include <algorithm>
 #include <cmath>
 
 CJokCommandContext::~CJokCommandContext() {
@@ -33,9 +34,13 @@ void CJokCommandContext::WrongType(const char* name, const char* expected,
 CJokGenericData* CJokCommandContext::FindParam(const char* name) const {
     if (!name)
         return nullptr;
+    if (std::find(m_Asked.begin(), m_Asked.end(), name) == m_Asked.end())
+        m_Asked.emplace_back(name);
     for (const SNamed& named : m_Named) {
-        if (named.m_Name == name)
+        if (named.m_Name == name) {
+            named.m_Read = true;
             return named.m_pValue;
+        }
     }
     return nullptr;
 }
@@ -171,6 +176,7 @@ int CJokCommandContext::CanProceed(int quiet) {
 CJokGenericData* CJokCommandContext::GetPositional(int index) const {
     if (index < 0 || index >= GetPositionalCount())
         return nullptr;
+    m_PositionalRead[static_cast<size_t>(index)] = true;
     return m_Positional[static_cast<size_t>(index)];
 }
 
@@ -181,12 +187,14 @@ void CJokCommandContext::AddParamNoRef(const char* name, CJokGenericData* value)
     }
     if (!name || !*name) {
         m_Positional.push_back(value);
+        m_PositionalRead.push_back(false);
         return;
     }
     for (SNamed& named : m_Named) {
         if (named.m_Name == name) {
             named.m_pValue->Release();
             named.m_pValue = value;
+            named.m_Read = false;
             return;
         }
     }
@@ -249,4 +257,54 @@ CJokGenericData* CJokCommandContext::DetachReturnValue() {
 
 void CJokCommandContext::OutputErrorString(const char* text) {
     BelReportScriptError(text ? text : "");
+}
+
+CBelString CJokCommandContext::DescribeUnusedParams() const {
+    // "parameters 'a', 'b'" and "argument 2", joined; what was read goes in brackets.
+    auto join = [](CBelString& list, const CBelString& item) {
+        list += list.IsEmpty() ? item : ", " + item;
+    };
+    CBelString named, positional, read;
+    int namedCount = 0, positionalCount = 0;
+    for (const CBelString& asked : m_Asked)
+        join(read, asked);
+    for (const SNamed& entry : m_Named) {
+        if (!entry.m_Read) {
+            join(named, "'" + entry.m_Name + "'");
+            ++namedCount;
+        }
+    }
+    for (size_t i = 0; i < m_PositionalRead.size(); ++i) {
+        CBelString number;
+        number.Format("%d", static_cast<int>(i) + 1);
+        if (m_PositionalRead[i]) {
+            join(read, "argument " + number);
+        } else {
+            join(positional, number);
+            ++positionalCount;
+        }
+    }
+    if (namedCount == 0 && positionalCount == 0)
+        return CBelString();
+    CBelString text = "unused ";
+    if (namedCount > 0)
+        text += (namedCount == 1 ? "parameter " : "parameters ") + named;
+    if (positionalCount > 0) {
+        text += namedCount > 0 ? " and " : "";
+        text += (positionalCount == 1 ? "argument " : "arguments ") + positional;
+    }
+    text += read.IsEmpty() ? " (it reads none)" : " (it reads: " + read + ")";
+    return text;
+}
+
+void CJokCommandContext::ReportUnusedParams(const char* fallbackName) {
+    if (m_UnusedReported)
+        return;
+    const CBelString unused = DescribeUnusedParams();
+    if (unused.IsEmpty())
+        return;
+    m_UnusedReported = true;
+    const CBelString name =
+        m_CallName.IsEmpty() ? CBelString(fallbackName ? fallbackName : "") : m_CallName;
+    OutputErrorString(name.IsEmpty() ? unused : name + ": " + unused);
 }

@@ -25,6 +25,12 @@
 // the caller set one ("CreateSplitter: missing parameter 'dataPath'"); later faults are
 // reported by the next CanProceed(0). CanProceed with a non-zero argument only answers.
 //
+// Parameters nobody read: every read (GetParam, FindParam, GetPositional) marks the parameter.
+// After the call, the function objects report, once per call, the named parameters and
+// positional arguments that were never read, with the names that were ("CreateSplitter: unused
+// parameter 'dataPat' (it reads: dataPath)"): a misspelt name fails where it is written, for
+// every creation function and method without each having to check.
+//
 // Parameter types: a double parameter takes a number; an int parameter takes a number (truncated
 // toward zero; beyond the int range is a fault) or a boolean (true is 1), as ints are mostly
 // flags and counts; a string takes only a string; interface parameters take an object that
@@ -99,10 +105,17 @@ public:
     // Reports a script error (through the framework's script-error channel).
     void OutputErrorString(const char* text);
 
+    // "unused parameter 'x' (it reads: a, b)", "" when every parameter was read.
+    CBelString DescribeUnusedParams() const;
+    // Reports DescribeUnusedParams through OutputErrorString, prefixed with the call name (or
+    // fallbackName when none was set); at most once per context.
+    void ReportUnusedParams(const char* fallbackName);
+
 private:
     struct SNamed {
         CBelString m_Name;
         CJokGenericData* m_pValue; // one reference
+        mutable bool m_Read = false;
     };
 
     // Borrowed value, or nullptr after recording a fault for a required parameter.
@@ -114,7 +127,10 @@ private:
 
     std::vector<SNamed> m_Named;
     std::vector<CJokGenericData*> m_Positional; // one reference each
-    CJokGenericData* m_pReturnValue = nullptr;  // one reference
+    mutable std::vector<bool> m_PositionalRead;
+    mutable std::vector<CBelString> m_Asked; // every name read, given or not, in order
+    bool m_UnusedReported = false;
+    CJokGenericData* m_pReturnValue = nullptr; // one reference
     CBelString m_CallName;
     CBelString m_PendingFaults; // recorded, not yet reported
     int m_CanProceed = 1;

@@ -1,5 +1,8 @@
 #include "framework/jok/Component.h"
 
+#include "framework/bel/BelDiagnostics.h"
+#include "framework/jok/Property.h"
+
 const _JOKCOM_IF_Entry CJokComponent::sm_InterfaceEntries[] = {
     {&IID_IJokCommand,
      [](CJokCOMObject* o) -> void* {
@@ -86,18 +89,37 @@ unsigned long CJokComponent::XCommand::Release() {
     return m_pOwner->ExternalRelease();
 }
 
+// The component boundary every host crosses: no exception leaves a component. A failed read
+// reports and gives nothing; a failed write is a refusal with the reason.
 CJokGenericData* CJokComponent::XCommand::GetProperty(const char* name, int flags) {
-    return m_pOwner->GetProperty(name, flags);
+    try {
+        return m_pOwner->GetProperty(name, flags);
+    } catch (...) {
+        const CBelString where = m_pOwner->GetComponentName() + "::GetProperty";
+        BelDumpCurrentException(where.c_str(), "the property gives nothing");
+        return nullptr;
+    }
 }
 
 int CJokComponent::XCommand::SetProperty(const char* name, CJokGenericData* value) {
-    return m_pOwner->SetProperty(name, value);
+    try {
+        return m_pOwner->SetProperty(name, value);
+    } catch (...) {
+        return JokRefuseProperty(BelDescribeCurrentException().c_str());
+    }
 }
 
 int CJokComponent::XCommand::CallMethod(CJokCommandContext* context) {
-    return m_pOwner->CallMethod(context);
+    return JokGuardedCall(context, m_pOwner->GetComponentName().c_str(),
+                          [&] { return m_pOwner->CallMethod(context); });
 }
 
 CJokPropertyEnum* CJokComponent::XCommand::GetPropertyEnumerator() {
-    return m_pOwner->GetPropertyEnumerator();
+    try {
+        return m_pOwner->GetPropertyEnumerator();
+    } catch (...) {
+        const CBelString where = m_pOwner->GetComponentName() + "::GetPropertyEnumerator";
+        BelDumpCurrentException(where.c_str(), "no properties are listed");
+        return nullptr;
+    }
 }

@@ -144,6 +144,45 @@ int CJokInterfacePropertySet(const CJokGenericData* value, const IID& iid,
     return 1;
 }
 
+namespace {
+
+CBelString& Refusal() {
+    thread_local CBelString reason;
+    return reason;
+}
+
+} // namespace
+
+int JokRefuseProperty(const char* reason) {
+    Refusal() = reason ? reason : "";
+    return 0;
+}
+
+int JokRefusePropertyType(const char* expected, const CJokGenericData* given) {
+    CBelString reason;
+    reason.Format("%s is expected, not %s", expected,
+                  JokGdTypeDescription(given ? given->GetType() : JOKGD_NONE));
+    return JokRefuseProperty(reason);
+}
+
+int JokRefusePropertyInterface(const IID& iid, const char* interfaceName,
+                               const CJokGenericData* given) {
+    CBelString expected = "a function";
+    if (!(iid == IID_IJokCommand)) {
+        expected.Format("an object with interface %s", interfaceName ? interfaceName : "");
+    }
+    if (given && given->GetType() == JOKGD_OBJECT) {
+        return JokRefuseProperty(expected + " is expected, not an object without that interface");
+    }
+    return JokRefusePropertyType(expected.c_str(), given);
+}
+
+CBelString JokTakePropertyRefusal() {
+    CBelString reason = Refusal();
+    Refusal() = CBelString();
+    return reason;
+}
+
 CJokPropertyAccessor::CJokPropertyAccessor(IJokCommand* command) : m_pCommand(command) {
     if (m_pCommand)
         m_pCommand->AddRef();

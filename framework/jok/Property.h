@@ -95,6 +95,21 @@ int CJokBooleanPropertySet(const CJokGenericData* value, int* out, int flags);
 int CJokInterfacePropertySet(const CJokGenericData* value, const IID& iid,
                              const char* interfaceName, IUnknown** out, int flags);
 
+// Why a property write was refused, so that a host can tell the script author. A handler or a
+// property map item that refuses a value calls JokRefuseProperty with the reason ("unknown
+// format 'x' (valid: ...)", the parse message of a script) and answers its result, 0. A host
+// takes the reason after SetProperty answered 0 (and before, to drop a stale one). One per
+// thread: property writes run on the caller's thread.
+int JokRefuseProperty(const char* reason);
+// "a number is expected, not a string"; answers 0.
+int JokRefusePropertyType(const char* expected, const CJokGenericData* given);
+// "a function is expected, not a number" for IJokCommand, else "an object with interface <name>
+// is expected, ..."; answers 0.
+int JokRefusePropertyInterface(const IID& iid, const char* interfaceName,
+                               const CJokGenericData* given);
+// The reason given since the last take, or "" when none was.
+CBelString JokTakePropertyRefusal();
+
 // Reads properties of another object through its IJokCommand (holding a reference meanwhile).
 class CJokPropertyAccessor {
 public:

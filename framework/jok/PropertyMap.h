@@ -38,7 +38,9 @@
 //
 // Rules: a map answers a get only when flags is 0 (other flags go to the base). A set answers
 // 1 (set), 0 (the name is here but the value was refused, or the item is read-only) or -1 (no
-// such name here). A notified item's set answers its handler's result as it is.
+// such name here). A notified item's set answers its handler's result as it is. Every refusal
+// the map makes itself gives its reason through JokRefuseProperty (Property.h); a handler that
+// refuses a value it understood gives its own ("unknown format 'x' (valid: ...)").
 //
 // Handlers have the form `int T::H(X* value, int set)`: with set 0 the handler writes the
 // current value and answers non-zero, or answers 0 when it has nothing to give (the get then
@@ -95,7 +97,9 @@ public:
         return CJokDoublePropertyGet(object->*m_Member, 0);
     }
     int Set(T* object, CJokGenericData* value) const override {
-        return CJokDoublePropertySet(value, &(object->*m_Member), 0) ? 1 : 0;
+        if (!CJokDoublePropertySet(value, &(object->*m_Member), 0))
+            return JokRefusePropertyType("a number", value);
+        return 1;
     }
 
 private:
@@ -112,7 +116,9 @@ public:
         return CJokBooleanPropertyGet(object->*m_Member, 0);
     }
     int Set(T* object, CJokGenericData* value) const override {
-        return CJokBooleanPropertySet(value, &(object->*m_Member), 0) ? 1 : 0;
+        if (!CJokBooleanPropertySet(value, &(object->*m_Member), 0))
+            return JokRefusePropertyType("a boolean", value);
+        return 1;
     }
 
 private:
@@ -129,7 +135,9 @@ public:
         return CJokStringPropertyGet(object->*m_Member, 0);
     }
     int Set(T* object, CJokGenericData* value) const override {
-        return CJokStringPropertySet(value, &(object->*m_Member), 0) ? 1 : 0;
+        if (!CJokStringPropertySet(value, &(object->*m_Member), 0))
+            return JokRefusePropertyType("a string", value);
+        return 1;
     }
 
 private:
@@ -155,10 +163,10 @@ public:
         if (value->GetType() == JOKGD_OBJECT) {
             void* raw = nullptr;
             if (!static_cast<CJokGdObject*>(value)->GetInterface(m_IID, &raw, m_InterfaceName))
-                return 0;
+                return JokRefusePropertyInterface(m_IID, m_InterfaceName, value);
             found = static_cast<I*>(raw);
         } else if (value->GetType() != JOKGD_NULL) {
-            return 0;
+            return JokRefusePropertyInterface(m_IID, m_InterfaceName, value);
         }
         I*& slot = object->*m_Member;
         if (slot)
@@ -189,7 +197,7 @@ public:
     int Set(T* object, CJokGenericData* value) const override {
         double plain = 0;
         if (!CJokDoublePropertySet(value, &plain, 0))
-            return 0;
+            return JokRefusePropertyType("a number", value);
         return (object->*m_Handler)(&plain, 1);
     }
 
@@ -213,7 +221,7 @@ public:
     int Set(T* object, CJokGenericData* value) const override {
         int plain = 0;
         if (!CJokBooleanPropertySet(value, &plain, 0))
-            return 0;
+            return JokRefusePropertyType("a boolean", value);
         return (object->*m_Handler)(&plain, 1);
     }
 
@@ -237,7 +245,7 @@ public:
     int Set(T* object, CJokGenericData* value) const override {
         CBelString plain;
         if (!CJokStringPropertySet(value, &plain, 0))
-            return 0;
+            return JokRefusePropertyType("a string", value);
         return (object->*m_Handler)(&plain, 1);
     }
 
@@ -271,7 +279,7 @@ public:
     int Set(T* object, CJokGenericData* value) const override {
         IUnknown* plain = nullptr;
         if (!CJokInterfacePropertySet(value, m_IID, m_InterfaceName, &plain, 0))
-            return 0;
+            return JokRefusePropertyInterface(m_IID, m_InterfaceName, value);
         int result = (object->*m_Handler)(&plain, 1);
         if (plain)
             plain->Release();
@@ -414,8 +422,10 @@ public:
         const CJokPropertyMapItem<T>* item = Find(name);
         if (!item)
             return -1;
-        if (item->IsReadOnly() || !value)
-            return 0;
+        if (item->IsReadOnly())
+            return JokRefuseProperty("the property is read-only");
+        if (!value)
+            return JokRefuseProperty("no value was given");
         return item->Set(object, value);
     }
 

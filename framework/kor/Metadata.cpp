@@ -30,29 +30,9 @@ CKorMetadataHandler* CKorAspectRatioMD::CloneOne() const {
     return copy;
 }
 
-CKorMetadataHandler* CKorBoundingBoxesMD::CloneOne() const {
-    auto* copy = new CKorBoundingBoxesMD;
-    copy->m_Boxes = m_Boxes;
-    return copy;
-}
-
 CKorMetadataHandler* CKorGeneralDataMD::CloneOne() const {
     auto* copy = new CKorGeneralDataMD(GetType());
     copy->m_Data = m_Data;
-    return copy;
-}
-
-CKorMetadataHandler* CKorLeftObjectDetectionMD::CloneOne() const {
-    auto* copy = new CKorLeftObjectDetectionMD;
-    copy->m_Targets = m_Targets;
-    return copy;
-}
-
-CKorMetadataHandler* CKorPeopleCountingMD::CloneOne() const {
-    auto* copy = new CKorPeopleCountingMD;
-    copy->m_CountIn = m_CountIn;
-    copy->m_CountOut = m_CountOut;
-    copy->m_Flags = m_Flags;
     return copy;
 }
 

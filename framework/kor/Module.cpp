@@ -7,6 +7,11 @@
 
 HINSTANCE CKorModuleBase::sm_hInstance = nullptr;
 int CKorModule::sm_PrintOffset = 0;
+unsigned CKorModule::sm_LinkGeneration = 0;
+
+namespace {
+CKorNullModule::DropObserver s_pDropObserver = nullptr;
+} // namespace
 
 // Routes the loop's messages to the module's WindowProc.
 class CKorModuleBase::CWindowTarget final : public IBelWindowTarget {
@@ -41,6 +46,10 @@ HWND CKorModuleBase::MakeWindow() {
 
 bool CKorModuleBase::PostMessage(unsigned message, unsigned wParam, long lParam) {
     return m_hWnd && CBelMessageLoop::PostMessage(m_hWnd, message, wParam, lParam);
+}
+
+int CKorModuleBase::DispatchQueued(unsigned message) {
+    return m_hWnd ? CBelMessageLoop::DispatchQueued(m_hWnd, message) : 0;
 }
 
 long CKorModuleBase::MessageCount() {
@@ -85,6 +94,7 @@ void CKorModule::LinkModule(CKorModule* downstream) {
     if (downstream == m_pDownStream) {
         return;
     }
+    ++sm_LinkGeneration;
     CKorModule* old = m_pDownStream;
     m_pDownStream = downstream;
     if (old->UpStreamModule() == this) {
@@ -97,6 +107,7 @@ void CKorModule::UnlinkModule(CKorModule* module) {
     if (!module || module->IsNull()) {
         return;
     }
+    ++sm_LinkGeneration;
     if (m_pDownStream == module) {
         m_pDownStream = CKorNullModule::GetModule();
     }
@@ -109,6 +120,7 @@ void CKorModule::_LinkUpStreamModule(CKorModule* upstream) {
     if (!upstream) {
         upstream = CKorNullModule::GetModule();
     }
+    ++sm_LinkGeneration;
     CKorModule* old = m_pUpStream;
     m_pUpStream = upstream;
     if (old != upstream && old->DownStreamModule() == this) {
@@ -201,9 +213,16 @@ CKorNullModule* CKorNullModule::GetModule() {
 
 CKorNullModule::CKorNullModule() : CKorModule("NullModule", SNullTag{}) {}
 
+void CKorNullModule::SetDropObserver(DropObserver observer) {
+    s_pDropObserver = observer;
+}
+
 int CKorNullModule::Receive(CKorPacket* packet) {
     if (packet) {
         packet->Release();
+        if (s_pDropObserver) {
+            s_pDropObserver();
+        }
     }
     return 1;
 }

@@ -40,6 +40,9 @@ public:
     HWND GetWindow() const { return m_hWnd; }
     // Queues a message for this module's WindowProc on the thread that made the window.
     bool PostMessage(unsigned message, unsigned wParam, long lParam);
+    // On that thread: delivers every queued message of this number now (see
+    // CBelMessageLoop::DispatchQueued); answers how many.
+    int DispatchQueued(unsigned message);
     // Messages delivered to hidden windows so far, process-wide.
     static long MessageCount();
 
@@ -98,6 +101,11 @@ public:
 
     static int sm_PrintOffset;
 
+    // Counts changes of the module graph (links made or broken, components joining paths), so
+    // that a check of the whole graph runs again only when something changed.
+    static unsigned LinkGeneration() { return sm_LinkGeneration; }
+    static void NoteGraphChange() { ++sm_LinkGeneration; }
+
 protected:
     struct SNullTag {};
     // The null module's own constructor: its neighbours are itself.
@@ -108,6 +116,7 @@ protected:
     int m_InRecv = 0;
 
 private:
+    static unsigned sm_LinkGeneration;
     CBelString m_Name;
     CKorModule* m_pUpStream;
     CKorModule* m_pDownStream;
@@ -124,6 +133,10 @@ CKorModule& operator|(CKorModule& a, CKorModule& b);
 class CKorNullModule : public CKorModule {
 public:
     static CKorNullModule* GetModule();
+    // Called whenever a packet falls off an open end (the data path registry installs one that
+    // names the end once per path); nullptr for none.
+    using DropObserver = void (*)();
+    static void SetDropObserver(DropObserver observer);
 
     int Receive(CKorPacket* packet) override;
     void Poll() override {}

@@ -1,5 +1,7 @@
 #include "framework/kor/MultiThreadedModule.h"
 
+#include "framework/bel/BelDiagnostics.h"
+
 #include "framework/kor/Packet.h"
 
 CKorMultiThreadedModule::CKorMultiThreadedModule(const char* name, bool startNow, bool highPriority,
@@ -60,7 +62,16 @@ void CKorMultiThreadedModule::Run() {
         m_Input.pop_front();
         m_Busy = true;
         lock.unlock();
-        ProcessPacket();
+        try {
+            ProcessPacket();
+        } catch (...) {
+            const CBelString where = GetName() + "::ProcessPacket";
+            BelDumpCurrentException(where.c_str(), "the packet was dropped");
+            if (m_pPacket) {
+                m_pPacket->Release();
+                m_pPacket = nullptr;
+            }
+        }
         lock.lock();
         if (m_pPacket) {
             m_Results.push_back(m_pPacket);

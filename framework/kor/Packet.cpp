@@ -287,7 +287,26 @@ CKorPacket* CKorVideoPacket::Clone() const {
     copy->m_FrameType = m_FrameType;
     copy->m_Layer = m_Layer;
     copy->SetBitmapFormat(m_pFormat);
+    std::copy_n(m_PlaneOffset, kMaxPlanes, copy->m_PlaneOffset);
+    std::copy_n(m_PlaneStride, kMaxPlanes, copy->m_PlaneStride);
     return copy;
+}
+
+bool CKorVideoPacket::SetPlane(int plane, unsigned long offset, int stride) {
+    if (plane < 0 || plane >= kMaxPlanes) {
+        return false;
+    }
+    m_PlaneOffset[plane] = offset;
+    m_PlaneStride[plane] = stride;
+    return true;
+}
+
+unsigned long CKorVideoPacket::GetPlaneOffset(int plane) const {
+    return plane >= 0 && plane < kMaxPlanes ? m_PlaneOffset[plane] : 0;
+}
+
+int CKorVideoPacket::GetPlaneStride(int plane) const {
+    return plane >= 0 && plane < kMaxPlanes ? m_PlaneStride[plane] : 0;
 }
 
 void CKorVideoPacket::SetBitmapFormat(CKorVideoFormat* format) {
@@ -374,6 +393,8 @@ int CKorVideoPacket::FrameCopy(CKorVideoPacket* dest, const CKorVideoPacket* src
     dest->m_FrameType = src->m_FrameType;
     dest->m_Layer = src->m_Layer;
     dest->SetBitmapFormat(src->m_pFormat);
+    std::copy_n(src->m_PlaneOffset, kMaxPlanes, dest->m_PlaneOffset);
+    std::copy_n(src->m_PlaneStride, kMaxPlanes, dest->m_PlaneStride);
     return 1;
 }
 
@@ -390,6 +411,8 @@ void CKorVideoPacket::Reset() {
     m_FrameType = I_FRAME;
     m_Layer = 0;
     SetBitmapFormat(static_cast<CKorVideoFormat*>(nullptr));
+    std::fill_n(m_PlaneOffset, kMaxPlanes, 0UL);
+    std::fill_n(m_PlaneStride, kMaxPlanes, 0);
 }
 
 // Text, time base, general data, GPS, TRELLUM

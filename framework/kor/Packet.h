@@ -215,7 +215,20 @@ public:
     static CKorVideoFormat* GetVideoFormat(const BITMAPINFOHEADER* header, long formatSeqNumber,
                                            long flags);
     static void ReleaseVideoFormat(CKorVideoFormat* format);
-    // Copies frame data and format from src into dest; answers 0 when dest is too small.
+    // Planar frames (decoded pictures): where each plane starts, in bytes from GetData(), and
+    // how far apart its rows are. Plane 0 is luma, plane 1 chroma; a stride of 0 marks a plane
+    // the frame does not have. A decoder writes its pictures straight into the packet's payload,
+    // at the alignment and padding it needs, so the planes are placed by the writer rather than
+    // implied by the format; offsets keep the layout valid in a clone or a frame copy.
+    // video/VideoFrame.h turns this into plane descriptors.
+    static constexpr int kMaxPlanes = 2;
+    // Answers false (and changes nothing) for a plane number out of range.
+    bool SetPlane(int plane, unsigned long offset, int stride);
+    unsigned long GetPlaneOffset(int plane) const;
+    int GetPlaneStride(int plane) const;
+
+    // Copies frame data, plane layout and format from src into dest; answers 0 when dest is too
+    // small.
     static int FrameCopy(CKorVideoPacket* dest, const CKorVideoPacket* src);
     // Frees the video pool's idle packets (at shutdown or under memory pressure).
     static void CleanupPackets();
@@ -230,6 +243,8 @@ private:
     int m_FrameType = I_FRAME;
     int m_Layer = 0;
     CKorVideoFormat* m_pFormat = nullptr;
+    unsigned long m_PlaneOffset[kMaxPlanes] = {};
+    int m_PlaneStride[kMaxPlanes] = {};
 };
 
 // A shared, reference-counted video format record: a BITMAPINFOHEADER followed, Windows style,

@@ -7,9 +7,17 @@
 // Joining a path by name (ConnectPath) appends the component's context to the path's chain: it
 // is linked below the module of the last member that gives packets out, and, when the component
 // gives packets out itself (a source, a splitter port, any two-pin component), it becomes that
-// last member. An input-only component (a sink, a splitter) ends the chain. Besides joining by
-// name, CDataPathRegistry::Connect links one component's context to another's on a named path
-// explicitly; the two ways can be mixed to build any graph.
+// last member. An input-only component (a sink, a splitter) ends the chain. The one exception
+// to joining order: a source (an output-only member with nothing upstream) that joins a path
+// whose first members are still waiting for input is linked above the first of them, so a
+// script may make the source last. Besides joining by name, CDataPathRegistry::Connect links one
+// component's context to another's on a named path explicitly; the two ways can be mixed to
+// build any graph.
+//
+// Open ends: a packet that falls off a chain (into the null module) makes the registry look at
+// the graph (only when it changed since it last looked) and report, once per path, the member
+// after which packets fall off ("data path 'a' is not linked after AudioDecoder: ..."), and
+// members left with nothing upstream. A refused link says why: which paths the component serves.
 #pragma once
 
 #include "framework/bel/BelString.h"
@@ -86,6 +94,13 @@ public:
     EPinRole GetPinRole() const { return m_Role; }
     // The paths this bus has joined by name, in joining order.
     const std::vector<CBelString>& JoinedPaths() const { return m_JoinedPaths; }
+    // The paths it has a context for, in name order.
+    std::vector<CBelString> ContextPaths() const;
+    // How messages name the component ("AudioDecoder"): its component name when it is one.
+    CBelString DescribeBus() const;
+    // Whether packets may fall off after this member on the path by design, so that the open-end
+    // report leaves it out. No by default.
+    virtual bool MayEndOpen(const char* path) const;
 
     // The bus behind a component's IUnknown, or nullptr when it is not a pin component.
     static CKorBus* FromUnknown(IUnknown* unknown);
@@ -94,6 +109,9 @@ protected:
     KorBusPin* PinAt(int index) { return &m_Pins[index]; }
     // Keeps a new context for the path; the bus owns it from now on. Answers it.
     CKorModule* RememberContext(const char* path, CKorModule* module);
+    // Deletes every context now (each unlinks itself from its neighbours): the component leaves
+    // the graph while script values may still hold it.
+    void DeleteContexts();
 
 private:
     EPinRole m_Role;
@@ -110,8 +128,12 @@ public:
     // Appends the bus's context to the path's chain (made if new).
     static void Join(const char* path, CKorBus* bus);
     // Links from's context on the path to to's context on the path (to's input below from's
-    // output). Answers 0 when either has no context to give for the path.
-    static int Connect(const char* path, CKorBus* from, CKorBus* to);
+    // output). Answers 0 when either has no context to give for the path, with *reason (when
+    // given) saying which paths it serves.
+    static int Connect(const char* path, CKorBus* from, CKorBus* to, CBelString* reason = nullptr);
+    // Writes the chains of the path through BelDump (PrintChain of each module that starts one);
+    // answers how many chains it printed.
+    static int PrintChain(const char* path);
     static bool IsKnown(const char* path);
     // Called by every bus when it is made and destroyed.
     static void AddBus(CKorBus* bus);
@@ -123,10 +145,13 @@ public:
 private:
     struct SPath {
         CKorBus* m_pTail = nullptr; // the last member that gives packets out, or nullptr
+        CKorBus* m_pHead = nullptr; // the first member joined with no source above it yet
     };
     static std::map<CBelString, SPath>& Paths();
     static std::vector<CKorBus*>& Buses();
     static void Create(const char* path);
+    // The null module's drop observer: reports the open ends of the graph.
+    static void ReportOpenEnds();
 };
 
 } // namespace dataPathRegister

@@ -55,7 +55,18 @@ int CKorUnbufferedModule::Receive(CKorPacket* packet) {
     }
     m_InRecv = 1;
     m_pPacket = packet;
-    ProcessPacket();
+    try {
+        ProcessPacket();
+    } catch (...) {
+        // The boundary every unbuffered component inherits: the packet is dropped, the module
+        // stays usable.
+        const CBelString where = GetName() + "::ProcessPacket";
+        BelDumpCurrentException(where.c_str(), "the packet was dropped");
+        if (m_pPacket) {
+            m_pPacket->Release();
+            m_pPacket = nullptr;
+        }
+    }
     if (!m_Locked && m_pPacket) {
         SendCurrent();
     }

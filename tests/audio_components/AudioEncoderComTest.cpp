@@ -203,6 +203,24 @@ TEST_F(AudioEncoder, LongInputIsCutIntoCappedPacketsInOrder) {
     EXPECT_EQ(m_Sink.Packets()[1]->GetDataSize(), 60u);
 }
 
+// An empty PCM packet is replaced like any other: by an empty packet of the output format, with
+// the input's stamps, at every rate.
+TEST_F(AudioEncoder, EmptyInputIsReplacedByAnEmptyEncodedPacket) {
+    for (const char* name : {"64 kbps", "32 kbps", "24 kbps", "16 kbps"}) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(SetFormat(name));
+        m_Sink.Clear();
+        m_Source.Push(MakePcmPacket(70, {}));
+        ASSERT_EQ(m_Sink.Count(), 1);
+        const CKorPacket* out = m_Sink.Packets()[0];
+        EXPECT_EQ(out->GetDataSize(), 0u);
+        EXPECT_EQ(out->GetTimeStamp(), 70);
+        EXPECT_TRUE(out->IsTimeStampValid());
+        EXPECT_NE(FormatOf(out).wFormatTag, 1) << "the output format, not the input's";
+        EXPECT_EQ(out->GetFormatSeqNumber(), m_pEncoder->GetEncoder()->GetFormatSeqNumber());
+    }
+}
+
 TEST_F(AudioEncoder, PartialGroupIsPaddedWithSilence) {
     // 5 samples at 24 kbit/s: one 3-byte group of 8 codes; the decoder sees 5 samples then 3
     // silent ones, exactly as if the input had been padded.

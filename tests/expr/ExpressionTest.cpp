@@ -439,6 +439,34 @@ TEST(Expression, FmodMatchesTheCLibrary) {
 }
 
 // Every input the fuzzer ever broke the parser with stays here and must parse without harm.
+// A flat script of any length compiles, prints, runs and frees without deep recursion: each of
+// these walks once overflowed the stack at about 110,000 statements.
+TEST(Expression, LongFlatScriptNeedsNoDeepStack) {
+    std::string script;
+    for (int i = 0; i < 150000; ++i)
+        script += "n = n + 1;";
+    ExpressionEvalContext context;
+    ExpressionCheckResult check = ExpressionParser::Check(script, context);
+    ASSERT_TRUE(check.m_Ok);
+    EXPECT_EQ(check.m_Tree.compare(0, 16, "(seq (set n (+ n"), 0) << check.m_Tree.substr(0, 40);
+    EXPECT_EQ(check.m_Tree.back(), ')');
+    auto tree = ExpressionParser::Parse(script, context);
+    ASSERT_TRUE(tree);
+    tree->Evaluate(context);
+    EXPECT_EQ(context.GetNumber(context.Lookup("n", false)), 150000.0);
+}
+
+// A string that doubles on every evaluation levels off at the limit, with one message.
+TEST(Expression, StringGrowthStopsAtTheLimitWithOneOverflowMessage) {
+    auto c = Compile("$s = $s + $s + 'ab'");
+    ASSERT_TRUE(c->m_Tree);
+    for (int i = 0; i < 30; ++i)
+        c->m_Tree->Evaluate(c->m_Context);
+    EXPECT_EQ(c->m_Context.GetString(c->m_Context.Lookup("s", false)).size(), kMaxStringLength);
+    EXPECT_EQ(c->m_Context.m_Output, "string overflow (a string holds at most 4194304 "
+                                     "characters; the rest was cut)\n");
+}
+
 TEST(Expression, ReplaysFuzzRegressions) {
     namespace fs = std::filesystem;
     int files = 0;

@@ -4,6 +4,7 @@
 #include "framework/jok/Command.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
+#include "framework/jok/Property.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
 
@@ -98,10 +99,29 @@ TEST_F(AdvancedPacketFilter, ScriptThatFailsLeavesNoFilter) {
     CBelDiagnosticCapture capture;
     EXPECT_FALSE(SetFilter("if (TS > ) { DISCARD; }"));
     EXPECT_EQ(GetString("filter"), "");
-    EXPECT_EQ(capture.Text(EBelDiagnosticKind::Dump), "Syntax error at line 1 (position 10)\n");
+    EXPECT_EQ(JokTakePropertyRefusal(), "Syntax error at line 1 (position 10)")
+        << "the refusal says why";
+    EXPECT_FALSE(SetFilter("x = 'a' + 1;\n$b = 2;"));
+    EXPECT_EQ(JokTakePropertyRefusal(), "ExpressionEval: type mismatch at line 1 (position 12); "
+                                        "ExpressionEval: type mismatch at line 2 (position 7)")
+        << "every message, on one line";
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::Dump), "") << "told once, not twice";
     m_Source.Push(MakeDataPacket(1));
     EXPECT_EQ(m_Sink.Count(), 1);
     EXPECT_EQ(Variable("n"), 0) << "the old script no longer runs";
+}
+
+// A string variable that doubles on every packet once grew until the allocation failed and the
+// process ended; it now levels off with one line on the diagnostic output.
+TEST_F(AdvancedPacketFilter, StringDoubledOnEveryPacketLevelsOff) {
+    ASSERT_TRUE(SetFilter("$s = $s + $s + 'x';"));
+    CBelDiagnosticCapture capture;
+    for (int i = 0; i < 40; ++i)
+        m_Source.Push(MakeDataPacket(i));
+    EXPECT_EQ(m_Sink.Count(), 40);
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::Dump),
+              "CZorAdvancedPacketFilter::ProcessPacket -> string overflow (a string holds at "
+              "most 4194304 characters; the rest was cut)\n");
 }
 
 TEST_F(AdvancedPacketFilter, DelayHoldsInputUntilTheAlarm) {
@@ -272,9 +292,12 @@ TEST_F(AdvancedPacketFilter, VariablesByNameFromScripts) {
     EXPECT_EQ(static_cast<CJokGdString*>(context.GetReturnValue())->GetString(), "cam!");
     EXPECT_EQ(Variable("DISCARD"), 0) << "reading an action by name performs nothing";
     EXPECT_EQ(m_Sink.Count(), 2);
+    // An unknown name answers nothing (nil in Lua), not 0, and is reported the first time.
     CBelDiagnosticCapture capture;
-    EXPECT_EQ(Variable("nosuch"), 0);
-    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError), "GetVariable: no variable 'nosuch'");
+    EXPECT_EQ(Variable("nosuch"), -1);
+    EXPECT_EQ(Variable("nosuch"), -1);
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError),
+              "GetVariable: no variable 'nosuch' (the answer is nil)");
 }
 
 TEST_F(AdvancedPacketFilter, FlushDropsHeldAndSavedPackets) {

@@ -5,6 +5,7 @@
 #include "framework/kor/Module.h"
 #include "tests/support/Harness.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -93,9 +94,13 @@ public:
     void WindowProc(HWND, unsigned message, unsigned wParam, long lParam) override {
         m_Thread = std::this_thread::get_id();
         m_Received.push_back(static_cast<long>(message) * 1000 + wParam + lParam);
+        if (m_OnMessage) {
+            m_OnMessage(message);
+        }
     }
     std::thread::id m_Thread;
     std::vector<long> m_Received;
+    std::function<void(unsigned)> m_OnMessage;
 };
 
 TEST(MessageLoop, MessagePostedFromAnotherThreadArrivesOnTheOwningThread) {
@@ -118,6 +123,33 @@ TEST(MessageLoop, MessageToADestroyedWindowIsDropped) {
     delete module;
     EXPECT_FALSE(CBelMessageLoop::PostMessage(window, 1, 0, 0));
     EXPECT_EQ(CBelMessageLoop::Current().RunUntilIdle(), 0);
+}
+
+// A module takes its own messages off the queue before it frees what they refer to: from inside
+// a handler too, for messages queued in the same round.
+TEST(MessageLoop, DispatchQueuedDeliversOneKindNowAndLeavesTheRest) {
+    CWindowModule module;
+    module.PostMessage(7, 1, 0);
+    module.PostMessage(8, 2, 0);
+    module.PostMessage(7, 3, 0);
+    const long delivered = CBelMessageLoop::MessageCount();
+    EXPECT_EQ(module.DispatchQueued(7), 2);
+    EXPECT_EQ(module.m_Received, std::vector<long>({7001, 7003}));
+    EXPECT_EQ(CBelMessageLoop::MessageCount(), delivered) << "a drain is not counted";
+    CBelMessageLoop::Current().RunUntilIdle();
+    EXPECT_EQ(module.m_Received, std::vector<long>({7001, 7003, 8002}));
+
+    module.m_Received.clear();
+    module.m_OnMessage = [&](unsigned message) {
+        if (message == 8) {
+            module.DispatchQueued(7);
+        }
+    };
+    module.PostMessage(8, 0, 0);
+    module.PostMessage(7, 5, 0);
+    module.PostMessage(7, 6, 0);
+    EXPECT_EQ(CBelMessageLoop::Current().RunUntilIdle(), 1) << "the rest went in the drain";
+    EXPECT_EQ(module.m_Received, std::vector<long>({8000, 7005, 7006}));
 }
 
 TEST(MessageLoop, RealClockRunForWakesForADueTimer) {

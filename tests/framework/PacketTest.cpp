@@ -168,6 +168,30 @@ TEST(Packet, VideoFormatRefusesAbsurdSetUpSize) {
     EXPECT_EQ(BelAssertCount(), asserts + 1);
 }
 
+TEST(Packet, PlaneLayoutTravelsWithCopiesAndIsClearedOnReuse) {
+    CKorVideoPacket* frame = g_VideoPacketSource.NewPacket(4096);
+    ASSERT_TRUE(frame->SetPlane(0, 64, 128));
+    ASSERT_TRUE(frame->SetPlane(1, 2112, 128));
+    EXPECT_FALSE(frame->SetPlane(CKorVideoPacket::kMaxPlanes, 0, 1));
+    frame->SetDataSize(4096);
+
+    auto* clone = static_cast<CKorVideoPacket*>(frame->Clone());
+    CKorVideoPacket* copy = g_VideoPacketSource.NewPacket(4096);
+    ASSERT_EQ(CKorVideoPacket::FrameCopy(copy, frame), 1);
+    for (CKorVideoPacket* other : {clone, copy}) {
+        EXPECT_EQ(other->GetPlaneOffset(1), 2112u);
+        EXPECT_EQ(other->GetPlaneStride(0), 128);
+    }
+    clone->Release();
+    copy->Release();
+    frame->Release();
+
+    CKorVideoPacket* again = g_VideoPacketSource.NewPacket(4096);
+    EXPECT_EQ(again->GetPlaneStride(0), 0);
+    EXPECT_EQ(again->GetPlaneOffset(1), 0u);
+    again->Release();
+}
+
 TEST(Packet, DataSizeBeyondCapacityIsRefused) {
     CKorPacket* packet = g_DataPacketSource.NewPacket(10);
     EXPECT_TRUE(packet->SetDataSize(10));

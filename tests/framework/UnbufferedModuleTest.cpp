@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <new>
 
 using namespace zortest;
 
@@ -108,6 +109,23 @@ TEST_F(UnbufferedChain, ReentryIsAnAssertionAndIsRefused) {
     EXPECT_EQ(BelAssertCount(), asserts + 1);
     EXPECT_STREQ(BelLastAssert().m_Text, "!m_InRecv");
     inner->Release();
+}
+
+// Every unbuffered component inherits the boundary: an exception in its processing drops the
+// packet with one line of diagnostics, and the module goes on with the next one.
+TEST_F(UnbufferedChain, ExceptionInProcessingDropsThePacketAndKeepsTheModule) {
+    CKorPacket* doomed = MakeDataPacket(1);
+    doomed->AddRef();
+    module.m_Step = [](CScriptedModule&) { throw std::bad_alloc(); };
+    CBelDiagnosticCapture capture;
+    EXPECT_TRUE(source.Push(doomed));
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::Dump),
+              "Scripted::ProcessPacket -> out of memory; the packet was dropped\n");
+    EXPECT_EQ(doomed->RefCount(), 1u) << "released, not leaked";
+    doomed->Release();
+    module.m_Step = [](CScriptedModule&) {};
+    EXPECT_TRUE(source.Push(MakeDataPacket(2)));
+    EXPECT_EQ(sink.Count(), 1);
 }
 
 TEST_F(UnbufferedChain, FlushReleasesPendingAndFlushesDownstream) {

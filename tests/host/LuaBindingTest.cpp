@@ -180,6 +180,37 @@ TEST_F(LuaBinding, CollectedObjectIsReleasedOnlyAfterTheOutermostCall) {
     sink->Release();
 }
 
+// The debug library could reach a finaliser; the C API does so here. A value released by hand
+// must never be used: every entry point refuses it with a Lua error.
+TEST_F(LuaBinding, ReleasedValuesAreRefusedAtEveryEntryPoint) {
+    ASSERT_EQ(Run("p = zor.packet{ ts = 1 } s = zor.sink{} src = zor.source{}"), "");
+    for (const char* name : {"p", "s"}) {
+        lua_getglobal(m_pLua, name);
+        ASSERT_TRUE(lua_getmetatable(m_pLua, -1));
+        lua_getfield(m_pLua, -1, "__gc");
+        lua_pushvalue(m_pLua, -3);
+        ASSERT_EQ(lua_pcall(m_pLua, 1, 0, 0), LUA_OK);
+        lua_pop(m_pLua, 2);
+    }
+    const struct {
+        const char* m_Code;
+        const char* m_Error;
+    } cases[] = {
+        {"return p.ts", "the packet was released"},
+        {"return s.refuse", "the component was released"},
+        {"s.refuse = true", "the component was released"},
+        {"s()", "the component was released"},
+        {"src.push(p)", "a released packet"},
+        {"zor.connect('x', src, s)", "argument 3 is not a component"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_NE(Run(c.m_Code).find(c.m_Error), std::string::npos) << c.m_Code;
+    }
+    EXPECT_EQ(Run("assert(tostring(p) == 'packet (released)')"), "");
+    EXPECT_EQ(Run("assert(tostring(s) == 'component (released)')"), "");
+    // A second finalisation (the collector's own, at close) finds nothing left to release.
+}
+
 TEST_F(LuaBinding, DiagnosticsCarryTheScriptPositionAndDivertScriptErrors) {
     ASSERT_EQ(Run("zor.capture()\nzor.sink{}.clear()\nlocal s = zor.sink{}\ns.refuse = false"), "");
     lua_pushcfunction(m_pLua, [](lua_State*) -> int {

@@ -46,6 +46,17 @@ assert(status == 1 and output:find("cannot open", 1, true), output)
 -- os.exit ends the script through the host with the status given.
 status, output = run("SCRIPT", "local s = zor.sink{ path = 'x' }\nos.exit(3)\nprint('not here')")
 assert(status == 3 and not output:find("not here", 1, true), output)
+-- From a callback too, and a pcall in the script cannot hold it back.
+status, output = run("SCRIPT", "local source = zor.source{ path = 'y' }\n" ..
+    "local sink = zor.sink{ path = 'y' }\n" ..
+    "sink.onPacket = function() os.exit(4) end\n" ..
+    "pcall(source.push, zor.packet{})\nprint('not here')")
+assert(status == 4 and not output:find("not here", 1, true) and not output:find("error", 1, true),
+       output)
+status, output = run("SCRIPT", "pcall(os.exit, 5)\nprint('not here')")
+assert(status == 5 and not output:find("not here", 1, true), output)
+status, output = run("SCRIPT", "os.exit(1e300)")
+assert(status == 1 and output:find("exit status must be a whole number", 1, true), output)
 status = run("SCRIPT", "os.exit(false)")
 assert(status == 1)
 status = run("SCRIPT", "os.exit(true)")

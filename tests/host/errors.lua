@@ -15,9 +15,9 @@ local messages = {
     { "ScriptSink has no property 'refuze' (it has: refuse, onPacket", function() return sink.refuze end },
     { "ScriptSink has no property 'colour'", function() sink.colour = 1 end },
     -- wrong types and read-only properties
-    { "ScriptSink.refuse: refused a string (the property is boolean)", function() sink.refuse = "yes" end },
+    { "ScriptSink.refuse: a boolean is expected, not a string", function() sink.refuse = "yes" end },
     { "ScriptSink.refused is read-only", function() sink.refused = 3 end },
-    { "ScriptSink.onPacket: refused a number (the property is interface IJokCommand", function() sink.onPacket = 5 end },
+    { "ScriptSink.onPacket: a function is expected, not a number", function() sink.onPacket = 5 end },
     { "ScriptSink.refuse: cannot take a thread", function() sink.refuse = coroutine.create(print) end },
     { "a table that mixes array items and named fields", function() sink.refuse = { 1, x = 2 } end },
     { "nested too deeply", function() local t = {}; t[1] = t; sink.refuse = t end },
@@ -32,6 +32,16 @@ local messages = {
     { "zor.advance: the clock is real", function() zor.advance(10) end },
     { "zor.clock: expects \"virtual\" or \"real\"", function() zor.clock("fast") end },
     { "zor.run: field 'seconds' is required", function() zor.run{} end },
+    -- numbers bound for integer fields are checked, never converted out of range
+    { "field 'ts' must be a whole number from -2147483648 to 4294967295, not nan", function() zor.packet{ ts = 0/0 } end },
+    { "field 'ts' must be a whole number from -2147483648 to 4294967295, not 1e+300", function() zor.packet{ ts = 1e300 } end },
+    { "field 'ts' must be a whole number from -2147483648 to 4294967295, not 1.5", function() zor.packet{ ts = 1.5 } end },
+    { "field 'time' must be a whole number from -2147483648 to 2147483647, not nan", function() zor.packet{ kind = "timebase", time = 0/0 } end },
+    { "field 'stream' must be a whole number from -2147483648 to 2147483647, not 2147483648", function() zor.packet{ stream = 2^31 } end },
+    { "field 'rts' must be a finite number, not inf", function() zor.packet{ rts = 1/0 } end },
+    { "attributes map whole numbers to whole numbers (32-bit)", function() zor.packet{ attributes = { [1] = 2^40 } } end },
+    { "field 'seconds' must be a finite number, not nan", function() zor.run{ seconds = 0/0 } end },
+    { "zor.advance: expects a finite number of milliseconds", function() zor.advance(0/0) end },
     { "a packet has no field 'tz'", function() return zor.packet{}.tz end },
     { "cannot be called", function() sink() end },
 }
@@ -51,9 +61,25 @@ local function module_fault(pattern, f)
 end
 module_fault("CreateSynch: paths must be a vector of strings (or null)",
              function() return zor.CreateSynch{ paths = 3 } end)
-module_fault("CreateVideoDisplay: not available in this build",
-             function() return zor.CreateVideoDisplay{} end)
+module_fault("CreateVideoDisplayDX: not available in this build",
+             function() return zor.CreateVideoDisplayDX{} end)
 assert(zor.CreateSynch{ paths = zor.null } ~= nil, "null paths are no paths")
+
+-- A parameter the creation function or method never reads is named, with what it reads; the
+-- call itself goes on.
+local function unused(pattern, f)
+    assert(f() ~= nil)
+    local notes = zor.capture()
+    assert(#notes == 1 and notes[1].text == pattern, notes[1] and notes[1].text)
+end
+unused("CreateSplitter: unused parameter 'dataPat' (it reads: dataPath)",
+       function() return zor.CreateSplitter{ dataPat = "er.b" } end)
+unused("CreateSplitter: unused argument 1 (it reads: dataPath)",
+       function() return zor.CreateSplitter("er.b") end)
+unused("CreateAudioEncoder: unused parameter 'format' (it reads none)",
+       function() return zor.CreateAudioEncoder{ format = "32 kbps" } end)
+unused("CreatePort: unused parameter 'path' (it reads: dataPath)",
+       function() return zor.CreateSplitter{}.CreatePort{ path = "er.c" } end)
 assert(zor.CreateVideoDisplay.name == "CreateVideoDisplay")
 assert(zor.CreateVideoDisplay.description == "&CreateVideoDisplay")
 assert(zor.CreateVideoDisplayDX.description == "&CreateVideoDisplay")

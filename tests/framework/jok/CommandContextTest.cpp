@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <new>
 
 namespace {
 
@@ -159,4 +160,46 @@ TEST(CommandContext, PositionalParametersAndReturnValueReferences) {
     EXPECT_EQ(result->GetRefCount(), 1);
     motion->Release();
     result->Release();
+}
+
+// Every function object reports the parameters its function never read, once, with what it did
+// read; an exception from the function becomes the call's script error.
+TEST(CommandContext, FunctionObjectsReportUnusedParametersAndExceptions) {
+    CJokFreeFunctionObj create("CreateProbe", "&CreateProbe", [](CJokCommandContext* context) {
+        CBelString path;
+        context->GetParam("dataPath", &path, 1);
+        context->GetPositional(0);
+        return 1;
+    });
+    const struct {
+        std::function<void(CJokCommandContext&)> m_Add;
+        const char* m_Error;
+    } cases[] = {
+        {[](CJokCommandContext& c) { c.AddParam("dataPath", "v"); }, ""},
+        {[](CJokCommandContext& c) { c.AddParam("dataPat", "v"); },
+         "CreateProbe: unused parameter 'dataPat' (it reads: dataPath)"},
+        {[](CJokCommandContext& c) {
+             c.AddParam("dataPath", "v");
+             c.AddParam("paths", "w");
+             c.AddParam("x", 1.0);
+             c.AddParam(nullptr, 1.0);
+             c.AddParam(nullptr, 2.0);
+         },
+         "CreateProbe: unused parameters 'paths', 'x' and argument 2 (it reads: dataPath, "
+         "argument 1)"},
+    };
+    for (const auto& c : cases) {
+        CBelDiagnosticCapture capture;
+        CJokCommandContext context;
+        c.m_Add(context);
+        EXPECT_EQ(create.CallMethod(&context), 1);
+        EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError), c.m_Error);
+    }
+
+    CJokFreeFunctionObj throwing("CreateHuge", "&CreateHuge",
+                                 [](CJokCommandContext*) -> int { throw std::bad_alloc(); });
+    CBelDiagnosticCapture capture;
+    CJokCommandContext context;
+    EXPECT_EQ(throwing.CallMethod(&context), 1) << "the exception stays inside the call";
+    EXPECT_EQ(capture.Text(EBelDiagnosticKind::ScriptError), "CreateHuge: out of memory");
 }

@@ -138,28 +138,32 @@ protected:
 
 } // namespace
 
-TEST_F(PropertyMap, SetAnswersOneZeroOrAllOnes) {
+TEST_F(PropertyMap, SetAnswersOneZeroOrAllOnesAndSaysWhyItRefused) {
     auto* callback = new CJokSimpleCommandObject;
     const struct {
         const char* name;
         CJokGenericData* value;
         int result;
+        const char* reason; // what JokTakePropertyRefusal gives afterwards
     } cases[] = {
-        {"gain", CJokGdDouble::Allocate(2.5), 1},
-        {"gain", CJokGdString::Allocate("2.5"), 0},
-        {"enable", CJokGdDouble::Allocate(3), 1},  // a number written as a flag
-        {"label", CJokGdString::Allocate("x"), 0}, // read-only
-        {"level", CJokGdDouble::Allocate(0.25), 1},
-        {"level", CJokGdBoolean::Allocate(1), 0}, // notified double wants a number
-        {"level", CJokGdDouble::Allocate(-1), 0}, // the handler refuses
-        {"onEvent", CJokGdObject::Allocate(callback, 1), 1},
-        {"onEvent", CJokGdDouble::Allocate(1), 0},
-        {"Bump", CJokGdDouble::Allocate(1), 0},      // functions are read-only
-        {"baseValue", CJokGdDouble::Allocate(1), 1}, // passed on to the base
-        {"noSuchName", CJokGdDouble::Allocate(1), -1},
+        {"gain", CJokGdDouble::Allocate(2.5), 1, ""},
+        {"gain", CJokGdString::Allocate("2.5"), 0, "a number is expected, not a string"},
+        {"enable", CJokGdDouble::Allocate(3), 1, ""}, // a number written as a flag
+        {"enable", CJokGdString::Allocate("on"), 0, "a boolean is expected, not a string"},
+        {"label", CJokGdString::Allocate("x"), 0, "the property is read-only"},
+        {"level", CJokGdDouble::Allocate(0.25), 1, ""},
+        {"level", CJokGdBoolean::Allocate(1), 0, "a number is expected, not a boolean"},
+        {"level", CJokGdDouble::Allocate(-1), 0, ""}, // the handler refuses without a reason
+        {"onEvent", CJokGdObject::Allocate(callback, 1), 1, ""},
+        {"onEvent", CJokGdDouble::Allocate(1), 0, "a function is expected, not a number"},
+        {"Bump", CJokGdDouble::Allocate(1), 0, "the property is read-only"},
+        {"baseValue", CJokGdDouble::Allocate(1), 1, ""}, // passed on to the base
+        {"noSuchName", CJokGdDouble::Allocate(1), -1, ""},
     };
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(Set(c.name, c.value), c.result) << c.name;
+        EXPECT_EQ(JokTakePropertyRefusal(), c.reason) << c.name;
+    }
 
     EXPECT_EQ(m_pProbe->m_Gain, 2.5);
     EXPECT_EQ(m_pProbe->m_Enable, 1);

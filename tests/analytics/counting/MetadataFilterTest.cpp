@@ -1,0 +1,291 @@
+#include "analytics/counting/ExitBlockingFilter.h"
+#include "analytics/counting/PeopleCountFilter.h"
+
+#include "framework/bel/BelDiagnostics.h"
+#include "framework/jok/Command.h"
+#include "framework/jok/CommandContext.h"
+#include "framework/jok/GenericData.h"
+#include "framework/kor/BoundingBoxesMD.h"
+#include "framework/kor/Packet.h"
+#include "tests/support/Harness.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace zortest;
+
+namespace {
+
+// A script callback that keeps the numbers of every call and the component it was given.
+class CRecordingCallback : public CJokSimpleCommandObject {
+public:
+    int CallMethod(CJokCommandContext* context) override {
+        std::vector<double> numbers;
+        const int count = context->GetPositionalCount();
+        for (int i = 0; i + 1 < count; ++i) {
+            const CJokGenericData* value = context->GetPositional(i);
+            numbers.push_back(value && value->GetType() == JOKGD_DOUBLE
+                                  ? static_cast<const CJokGdDouble*>(value)->GetValue()
+                                  : -1);
+        }
+        const CJokGenericData* last = context->GetPositional(count - 1);
+        m_LastIsComponent = last && last->GetType() == JOKGD_OBJECT;
+        m_Calls.push_back(numbers);
+        m_Order->push_back(m_Name);
+        return 1;
+    }
+    std::vector<std::vector<double>> m_Calls;
+    bool m_LastIsComponent = false;
+    std::string m_Name;
+    std::vector<std::string>* m_Order = nullptr;
+};
+
+void SetCallback(CJokComponent* com, const char* property, CRecordingCallback* callback) {
+    CJokGdObject* value = CJokGdObject::Allocate(callback, 1);
+    ASSERT_EQ(com->SetProperty(property, value), 1);
+    value->Release();
+}
+
+bool Set(CJokComponent* com, const char* property, CJokGenericData* value) {
+    const int result = com->SetProperty(property, value);
+    value->Release();
+    return result == 1;
+}
+
+CKorPacket* WithHandler(CKorPacket* packet, CKorMetadataHandler* handler) {
+    packet->SetMetadataHandler(handler, true);
+    return packet;
+}
+
+CKorMetadataHandler* Crossings(int entries, int exits, long occupancy) {
+    auto* md = new CKorPeopleCountingMD;
+    for (int i = 0; i < entries; ++i) {
+        md->AddEvent(1, 1);
+    }
+    for (int i = 0; i < exits; ++i) {
+        md->AddEvent(2, -1);
+    }
+    md->SetTotals(0, 0, occupancy);
+    return md;
+}
+
+template <class TCom> class MetadataFilterFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_pCom = new TCom("");
+        m_Source | m_pCom->Module() | m_Sink;
+        m_Count.m_Name = "count";
+        m_Count.m_Order = &m_Order;
+        m_Interval.m_Name = "interval";
+        m_Interval.m_Order = &m_Order;
+        SetCallback(m_pCom, "onCountChange", &m_Count);
+    }
+    void TearDown() override {
+        m_Sink.Clear();
+        m_pCom->Release();
+        EXPECT_EQ(m_Count.GetRefCount(), 1) << "the filter gave its callback back";
+    }
+    void Enable(bool on = true) {
+        ASSERT_TRUE(Set(m_pCom, "enabled", CJokGdBoolean::Allocate(on)));
+    }
+    bool Mode(const char* mode) { return Set(m_pCom, "mode", CJokGdString::Allocate(mode)); }
+    CKorPacket* Last() const { return m_Sink.Packets().back(); }
+
+    TCom* m_pCom = nullptr;
+    CTestSource m_Source;
+    CTestSink m_Sink;
+    std::vector<std::string> m_Order;
+    CRecordingCallback m_Count;
+    CRecordingCallback m_Interval;
+};
+
+using PeopleCountFilter = MetadataFilterFixture<CZorPeopleCountFilterCom>;
+using ExitBlockingFilter = MetadataFilterFixture<CZorExitBlockingFilterCom>;
+
+} // namespace
+
+TEST_F(PeopleCountFilter, DoesNothingUntilEnabled) {
+    m_Source.Push(WithHandler(MakeVideoPacket(0, 0), Crossings(1, 0, 1)));
+    EXPECT_TRUE(m_Count.m_Calls.empty());
+    Mode("write");
+    m_Source.Push(MakeVideoPacket(40, 0));
+    EXPECT_EQ(Last()->GetMetadataHandler(), nullptr);
+    Enable();
+    m_Source.Push(MakeVideoPacket(80, 0));
+    EXPECT_NE(Last()->GetMetadataHandler(), nullptr);
+    EXPECT_EQ(m_Sink.Count(), 3);
+}
+
+TEST_F(PeopleCountFilter, NotifiesEveryPacketWithAHandlerInTheStatedOrder) {
+    Enable();
+    SetCallback(m_pCom, "onIntervalChange", &m_Interval);
+    ASSERT_TRUE(Set(m_pCom, "Interval", CJokGdDouble::Allocate(1000)));
+    m_Source.Push(MakeVideoPacket(0, 0)); // no handler: silent
+    m_Source.Push(WithHandler(MakeVideoPacket(40, 0), Crossings(2, 1, 1)));
+    m_Source.Push(WithHandler(MakeVideoPacket(80, 0), new CKorBoundingBoxesMD)); // no "PCD1"
+    m_Source.Push(WithHandler(MakeVideoPacket(1040, 0), Crossings(0, 1, 0)));
+    ASSERT_EQ(m_Count.m_Calls.size(), 3U);
+    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 1, 0, 1, 0}));
+    EXPECT_EQ(m_Count.m_Calls[1], (std::vector<double>{2, 0, 1, 0, 1, 0}));
+    EXPECT_EQ(m_Count.m_Calls[2], (std::vector<double>{0, 0, 1, 0, 0, 0}));
+    EXPECT_TRUE(m_Count.m_LastIsComponent);
+    ASSERT_EQ(m_Interval.m_Calls.size(), 1U);
+    EXPECT_EQ(m_Interval.m_Calls[0], (std::vector<double>{0, 1000, 2, 1, 1}));
+    EXPECT_EQ(m_Order, (std::vector<std::string>{"count", "count", "interval", "count"}));
+    EXPECT_EQ(m_Sink.Count(), 4);
+}
+
+TEST_F(PeopleCountFilter, WriteModeLeavesOneFreshObjectOnEveryPacket) {
+    Enable();
+    ASSERT_TRUE(Mode("write"));
+    m_Source.Push(MakeVideoPacket(0, 0));
+    CKorMetadataHandler* handler = Last()->GetMetadataHandler();
+    ASSERT_NE(handler, nullptr);
+    EXPECT_EQ(handler->GetType(), MakeFourCC('Z', 'K', 'V', 'A'));
+    CKorPeopleCountingMD* md = CKorPeopleCountingMD::Find(handler);
+    ASSERT_NE(md, nullptr);
+    EXPECT_EQ(md->GetEventCount(), 0);
+
+    // The tracker's boxes stay, and the counting object follows them.
+    m_Source.Push(WithHandler(MakeVideoPacket(40, 0), new CKorBoundingBoxesMD));
+    handler = Last()->GetMetadataHandler();
+    EXPECT_EQ(handler->GetType(), kMetadataBoundingBoxes);
+    EXPECT_NE(CKorPeopleCountingMD::Find(handler), nullptr);
+
+    // A packet that carries one already keeps that one, emptied.
+    m_Source.Push(WithHandler(MakeVideoPacket(80, 0), Crossings(3, 0, 3)));
+    md = CKorPeopleCountingMD::Find(Last()->GetMetadataHandler());
+    ASSERT_NE(md, nullptr);
+    EXPECT_EQ(md->GetEventCount(), 0);
+    EXPECT_EQ(md->Next(), nullptr);
+    EXPECT_TRUE(m_Count.m_Calls.empty());
+    EXPECT_EQ(Last()->RefCount(), 1U);
+}
+
+TEST_F(PeopleCountFilter, RefusesAnUnknownModeAndPrintsTheTargets) {
+    CBelDiagnosticCapture capture;
+    EXPECT_FALSE(Mode("count"));
+    EXPECT_TRUE(Mode("WRITE"));
+    EXPECT_FALSE(Set(m_pCom, "Interval", CJokGdString::Allocate("1 s")));
+    CJokGenericData* mode = m_pCom->GetProperty("mode", 0);
+    EXPECT_EQ(static_cast<CJokGdString*>(mode)->GetString(), CBelString("write"));
+    mode->Release();
+    CJokCommandContext context;
+    m_pCom->PrintTargetList(&context);
+    Mode("read");
+    Enable();
+    auto* md = static_cast<CKorPeopleCountingMD*>(Crossings(0, 0, 1));
+    md->AddTarget(SKorCountingTarget{5, 6, 7, 8, 42, CKorPeopleCountingMD::TARGET_TRACKED, -1});
+    m_Source.Push(WithHandler(MakeVideoPacket(0, 0), md));
+    m_pCom->PrintTargetList(&context);
+    const std::string dump = capture.Text(EBelDiagnosticKind::Dump).str();
+    EXPECT_NE(dump.find("CZorPeopleCountFilterCom::ModeHandler -> mode is \"read\" or \"write\""),
+              std::string::npos);
+    EXPECT_NE(dump.find("CZorPeopleCountFilterCom::PrintTargetList -> no people-counting"),
+              std::string::npos);
+    EXPECT_NE(dump.find("target 42: tracked, box (5,6)-(7,8), side -1"), std::string::npos);
+}
+
+namespace {
+
+CKorMetadataHandler* Standing(std::initializer_list<int> tenths) {
+    auto* md = new CKorLeftObjectDetectionMD;
+    unsigned long id = 1;
+    for (int still : tenths) {
+        md->AddTarget(10, 10, 20, 20, id++, CKorLeftObjectDetectionMD::TYPE_OBJECT,
+                      static_cast<std::uint16_t>(still));
+    }
+    return md;
+}
+
+double CallNumber(CZorExitBlockingFilterCom* com,
+                  int (CZorExitBlockingFilterCom::*method)(CJokCommandContext*),
+                  const std::function<void(CJokCommandContext&)>& params = {}) {
+    CJokCommandContext context;
+    if (params) {
+        params(context);
+    }
+    (com->*method)(&context);
+    CJokGenericData* result = context.GetReturnValue();
+    if (!result) {
+        return -1;
+    }
+    if (result->GetType() == JOKGD_BOOLEAN) {
+        return static_cast<CJokGdBoolean*>(result)->GetValue();
+    }
+    return static_cast<CJokGdDouble*>(result)->GetValue();
+}
+
+} // namespace
+
+TEST_F(ExitBlockingFilter, NotifiesOnlyWhenSomethingStoodLongerThanTheDuration) {
+    Enable();
+    using C = CZorExitBlockingFilterCom;
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
+                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", 5000.7); }),
+              1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 5000);
+    m_Source.Push(MakeVideoPacket(0, 0));
+    m_Source.Push(WithHandler(MakeVideoPacket(40, 0), Standing({30, 50}))); // 3 s and 5 s
+    m_Source.Push(WithHandler(MakeVideoPacket(80, 0), new CKorBoundingBoxesMD));
+    m_Source.Push(WithHandler(MakeVideoPacket(120, 0), Standing({30, 51, 80}))); // 5.1 s, 8 s
+    ASSERT_EQ(m_Count.m_Calls.size(), 1U);
+    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 3, 0, 8, 0}));
+    EXPECT_EQ(m_pCom->Module().Counters().m_LongestId, 3U);
+    EXPECT_EQ(m_Sink.Count(), 4);
+}
+
+TEST_F(ExitBlockingFilter, TargetFunctionsReadTheirOwnParameters) {
+    using C = CZorExitBlockingFilterCom;
+    CBelDiagnosticCapture capture;
+    // Named, positional, missing (the default 0), and unusable (nothing stored).
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetNumberOfTargets,
+                         [](CJokCommandContext& c) { c.AddParam("SetNumberOfTargets", 2.0); }),
+              1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetType,
+                         [](CJokCommandContext& c) { c.AddParam(nullptr, 1.0); }),
+              1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetID,
+                         [](CJokCommandContext& c) { c.AddParam("SetTargetID", 7.0); }),
+              1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
+                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", 3000.0); }),
+              1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
+                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", "long"); }),
+              -1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetID,
+                         [](CJokCommandContext& c) { c.AddParam("SetTargetID", -3.0); }),
+              -1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::GetNumberOfTargets), 2);
+    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetType), 1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetID), 7);
+    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 3000);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration), 1);
+    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 0);
+    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
+                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", -10.0); }),
+              1);
+    EXPECT_NE(capture.Text(EBelDiagnosticKind::Dump).str().find("counts as 0"), std::string::npos);
+    EXPECT_NE(capture.Text(EBelDiagnosticKind::ScriptError).str().find("SetTargetID"),
+              std::string::npos);
+}
+
+TEST_F(ExitBlockingFilter, WriteModeTagsNewHandlersLOD1AndZeroesTheCounters) {
+    Enable();
+    m_Source.Push(WithHandler(MakeVideoPacket(0, 0), Standing({90})));
+    EXPECT_EQ(m_pCom->Module().Counters().m_Targets, 1U);
+    ASSERT_TRUE(Mode("write"));
+    m_Source.Push(MakeVideoPacket(40, 0));
+    CKorMetadataHandler* handler = Last()->GetMetadataHandler();
+    ASSERT_NE(handler, nullptr);
+    EXPECT_EQ(handler->GetType(), kMetadataLeftObject);
+    CKorLeftObjectDetectionMD* md = CKorLeftObjectDetectionMD::Find(handler);
+    ASSERT_NE(md, nullptr);
+    EXPECT_NE(static_cast<CKorMetadataHandler*>(md), handler);
+    EXPECT_EQ(md->GetBoxCount(), 0);
+    EXPECT_EQ(m_pCom->Module().Counters().m_Targets, 0U);
+    EXPECT_EQ(m_pCom->Module().Counters().m_Entries, 0U);
+}
