@@ -247,6 +247,9 @@ std::string CMediaDemuxer::Seconds(std::int64_t us) const {
 
 bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& options) {
     MediaQuietLibraries();
+    if (m_pFormat) {
+        return Fail("the input is open already", 0);
+    }
     m_Url = url;
     m_TimeoutSeconds = options.m_TimeoutSeconds;
     m_TimedOut = false;
@@ -423,6 +426,23 @@ void CMediaDemuxer::ChooseAudio() {
         format.m_AvgBytes = static_cast<int>(parameters->bit_rate / 8);
         format.m_Extra.assign(parameters->extradata,
                               parameters->extradata + std::max(parameters->extradata_size, 0));
+    }
+    char text[160];
+    if (format.m_Extra.size() > static_cast<std::size_t>(kMediaAudioSetUpBytes)) {
+        std::snprintf(text, sizeof(text),
+                      "the audio stream (%s) has %zu bytes of set-up data, more than an audio "
+                      "format record holds: left out",
+                      name, format.m_Extra.size());
+        Note(text);
+        return;
+    }
+    if (format.m_Samples && format.m_BlockAlign > kMediaAudioPacketBytes) {
+        std::snprintf(text, sizeof(text),
+                      "the audio stream (%s) has blocks of %d bytes, more than an audio packet "
+                      "holds: left out",
+                      name, format.m_BlockAlign);
+        Note(text);
+        return;
     }
     m_AudioStream = stream;
     m_AudioFormat = std::move(format);

@@ -45,6 +45,11 @@ struct SMediaVideoFormat {
     std::vector<std::uint8_t> m_ExtraData;
 };
 
+// What one of the system's audio packets holds: data bytes, and extra bytes in its format
+// record. Audio that does not fit is left out with a note.
+constexpr int kMediaAudioPacketBytes = 1440;
+constexpr int kMediaAudioSetUpBytes = 32;
+
 struct SMediaAudioFormat {
     std::uint16_t m_Tag = 0; // WAVEFORMATEX format tag
     int m_Channels = 0;
@@ -113,7 +118,7 @@ public:
     CMediaDemuxer(const CMediaDemuxer&) = delete;
     CMediaDemuxer& operator=(const CMediaDemuxer&) = delete;
 
-    // Opens the input and chooses its video stream and, when wanted, its audio stream.
+    // Opens the input (once) and chooses its video stream and, when wanted, its audio stream.
     bool Open(const std::string& url, const SMediaOpenOptions& options);
     // The next packet; End at the end of a non-looping input; Failed with Error() set.
     EResult Read(SMediaPacket* packet);

@@ -223,12 +223,12 @@ bool CZorPacketSource::Open(const std::string& url, const SMediaOpenOptions& opt
         format.nBlockAlign = static_cast<WORD>(audio.m_BlockAlign);
         format.wBitsPerSample = static_cast<WORD>(audio.m_Bits);
         format.cbSize = static_cast<WORD>(audio.m_Extra.size());
+        // The demuxer leaves out audio whose set-up data this record cannot hold.
         static_assert(sizeof(m_AudioRecord) ==
                       sizeof(WAVEFORMATEX) + CKorAudioPacket::kMaxFormatExtra);
+        static_assert(kMediaAudioSetUpBytes == CKorAudioPacket::kMaxFormatExtra);
         std::memcpy(m_AudioRecord, &format, sizeof(format));
-        std::copy_n(audio.m_Extra.begin(),
-                    std::min<std::size_t>(audio.m_Extra.size(), CKorAudioPacket::kMaxFormatExtra),
-                    m_AudioRecord + sizeof(format));
+        std::copy_n(audio.m_Extra.begin(), audio.m_Extra.size(), m_AudioRecord + sizeof(format));
         m_AudioSeqNumber = CKorPacket::GetNewFormatSeqNumber();
     }
     if (m_pDemuxer->IsNetwork()) {

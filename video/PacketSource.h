@@ -64,7 +64,7 @@ private:
 class ZOR_EXPORT CZorPacketSource : public CKorModuleBase {
 public:
     // Audio data per packet at most: the framework's audio packet size.
-    static constexpr long kAudioPacketBytes = 1440;
+    static constexpr long kAudioPacketBytes = kMediaAudioPacketBytes;
 
     CZorPacketSource();
     // Stops the reader thread and releases every packet the source still holds.

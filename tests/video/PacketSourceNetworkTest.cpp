@@ -47,7 +47,7 @@ SMediaOpenOptions Options(double timeout, const char* format = "") {
 }
 
 // A file over HTTP is read on the reader thread but is no live stream: it has a length, is
-// paced like a file, and gives exactly the file's packets.
+// paced like a file, gives exactly the file's packets and can seek.
 TEST(PacketSourceNetwork, HttpFilesGiveTheFilesPackets) {
     zortest::CHttpServer server(Media("h264_faststart.mp4"));
     SGraph remote;
@@ -73,6 +73,11 @@ TEST(PacketSourceNetwork, HttpFilesGiveTheFilesPackets) {
         ASSERT_EQ(a->GetDataSize(), b->GetDataSize()) << i;
         EXPECT_EQ(std::memcmp(a->GetData(), b->GetData(), a->GetDataSize()), 0) << i;
     }
+    // Seeking restarts the reader at the new place.
+    ASSERT_TRUE(remote.m_Source.Seek(1.0));
+    ASSERT_TRUE(RunUntil([&] { return remote.m_Source.IsDone(); }));
+    ASSERT_EQ(remote.m_Sink.Count(), 75);
+    EXPECT_EQ(remote.m_Sink.Packets()[50]->GetTimeStamp(), 1000);
 }
 
 class PacketSourceLive : public testing::TestWithParam<bool> {};
