@@ -4,7 +4,8 @@
 --     zor-run examples/main.lua [IN.wav [OUT.wav]]
 --
 -- Then the same input goes through a filter script, through fan-out, pacing and merging, through
--- the audio codecs at every rate, and through sound detection with a chime mixed in.
+-- the audio codecs at every rate, and through sound detection with a chime mixed in. Last, the
+-- bundled camera clip goes through the video chain: motion levels, decoding, pictures.
 --
 -- Graph: wav_source -> sink (the script sees every packet) -> source -> wav_sink. The sink's
 -- callback hands each packet straight on, so a refusal at the end would travel back to the file
@@ -141,3 +142,11 @@ end
 
 -- 6. Capture and playback, with a WAV file standing in for the sound card.
 dofile(here .. "/lib/capture.lua").run(input)
+
+-- 8. Video on the bundled camera clip: motion levels stamped on the compressed packets as a
+-- camera's encoder does, the frames decoded, and a contact sheet, snapshots and an annotated
+-- video written into a folder of their own.
+local video_dir = os.tmpname()
+os.remove(video_dir)
+assert(os.execute("mkdir -p '" .. video_dir .. "'"))
+dofile(here .. "/lib/video.lua").main_job(here .. "/data/pedestrians.mp4", video_dir)

@@ -314,7 +314,9 @@ int CZorFrameWriter::Receive(CKorPacket* packet) {
         Handle(frame);
         frame->Release();
     }
-    if (!DownStreamModule()->Receive(packet)) {
+    if (DownStreamModule()->IsNull()) {
+        packet->Release(); // the display ends its chain: nothing is missing after it
+    } else if (!DownStreamModule()->Receive(packet)) {
         m_pPending = packet;
     }
     m_InRecv = 0;
