@@ -5,7 +5,8 @@
 --
 -- Then the same input goes through a filter script, through fan-out, pacing and merging, through
 -- the audio codecs at every rate, through sound detection with a chime mixed in, and through
--- capture and playback with WAV files standing in for the sound card.
+-- capture and playback with WAV files standing in for the sound card. Last, the bundled camera
+-- clip goes through object tracking and through the video chain: motion levels, decoding, pictures.
 --
 -- Graph: wav_source -> sink (the script sees every packet) -> source -> wav_sink. The sink's
 -- callback hands each packet straight on, so a refusal at the end would travel back to the file
@@ -161,3 +162,11 @@ local tracking_dir = os.tmpname()
 os.remove(tracking_dir)
 assert(os.execute("mkdir -p '" .. tracking_dir .. "'"))
 dofile(here .. "/lib/tracking.lua").main_job(here .. "/data/pedestrians.mp4", tracking_dir)
+
+-- 9. Video on the bundled camera clip: motion levels stamped on the compressed packets as a
+-- camera's encoder does, the frames decoded, and a contact sheet, snapshots and an annotated
+-- video written into a folder of their own.
+local video_dir = os.tmpname()
+os.remove(video_dir)
+assert(os.execute("mkdir -p '" .. video_dir .. "'"))
+dofile(here .. "/lib/video.lua").main_job(here .. "/data/pedestrians.mp4", video_dir)

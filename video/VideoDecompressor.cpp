@@ -505,7 +505,7 @@ CKorVideoPacket* CZorVideoDecompressor::SImpl::MakeFrame(const AVFrame* picture)
         for (int y = 0; y < rows; ++y) {
             BYTE* row = nv12 + static_cast<std::ptrdiff_t>(y) * stride;
             if (picture->format == AV_PIX_FMT_GRAY8) {
-                std::memset(row, 128, static_cast<size_t>(2 * pairs));
+                std::memset(row, 128, 2 * static_cast<size_t>(pairs));
             } else {
                 ZorInterleaveChromaRow(picture->data[1] + y * picture->linesize[1],
                                        picture->data[2] + y * picture->linesize[2], row, pairs);
@@ -607,8 +607,10 @@ bool CZorVideoDecompressor::SendPacket(const CKorVideoPacket* input) {
     }
     av_packet_unref(packet);
     if (result < 0) {
-        slot.m_pPacket->Release();
-        slot = SImpl::SInFlight{};
+        if (slot.m_Index == index && slot.m_pPacket) {
+            slot.m_pPacket->Release();
+            slot = SImpl::SInFlight{};
+        }
         m_p->Fault(&m_p->m_ReportedStream,
                    "undecodable " + std::string(avcodec_get_name(m_p->m_CodecId)) + " packet at " +
                        std::to_string(input->GetTimeStamp()) + " ms (" + AvError(result) + ")");
