@@ -161,3 +161,11 @@ local tracking_dir = os.tmpname()
 os.remove(tracking_dir)
 assert(os.execute("mkdir -p '" .. tracking_dir .. "'"))
 dofile(here .. "/lib/tracking.lua").main_job(here .. "/data/pedestrians.mp4", tracking_dir)
+
+-- 9. Motion detection on the same clip: intervals printed as they happen, the same found again
+-- in the archive the run wrote, and a timeline plot; the archive and the plot stay in a folder
+-- of their own.
+local motion_dir = os.tmpname()
+os.remove(motion_dir)
+assert(os.execute("mkdir -p '" .. motion_dir .. "'"))
+dofile(here .. "/lib/motion.lua").main_job(here .. "/data/pedestrians.mp4", motion_dir)
