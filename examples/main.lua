@@ -170,3 +170,11 @@ local video_dir = os.tmpname()
 os.remove(video_dir)
 assert(os.execute("mkdir -p '" .. video_dir .. "'"))
 dofile(here .. "/lib/video.lua").main_job(here .. "/data/pedestrians.mp4", video_dir)
+
+-- 10. Motion detection on the same clip: intervals printed as they happen, the same found again
+-- in the archive the run wrote, and a timeline plot; the archive and the plot stay in a folder
+-- of their own.
+local motion_dir = os.tmpname()
+os.remove(motion_dir)
+assert(os.execute("mkdir -p '" .. motion_dir .. "'"))
+dofile(here .. "/lib/motion.lua").main_job(here .. "/data/pedestrians.mp4", motion_dir)
