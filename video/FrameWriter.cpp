@@ -113,6 +113,9 @@ void CZorFrameWriter::Overlay(const CKorVideoPacket* frame, CZorRgbPicture* pict
                        unit);
         }
     }
+    if (m_Settings.m_DrawCounting) {
+        m_Counting.Draw(*frame, image, sx, sy, unit, caption ? ZorTextHeight(unit) + 4 * unit : 0);
+    }
     if (caption) {
         std::string text = ZorTimeCaption(frame->GetTimeStamp());
         int level = 0;
@@ -140,6 +143,9 @@ void CZorFrameWriter::Handle(CKorVideoPacket* frame) {
         return;
     }
     ++m_Frames;
+    if (m_Settings.m_DrawCounting) {
+        m_Counting.Observe(*frame);
+    }
     frame->AddRef();
     if (m_pLast) {
         m_pLast->Release();
@@ -385,6 +391,8 @@ const CJokPropertyMap<CVideoDisplayCom>& CVideoDisplayCom::PropertyMap() {
         m.AddNotifiedBoolean("drawBoxes", &C::DrawBoxesHandler,
                              "&CVideoDisplayCom::DrawBoxesHandler");
         m.AddNotifiedBoolean("drawTime", &C::DrawTimeHandler, "&CVideoDisplayCom::DrawTimeHandler");
+        m.AddNotifiedBoolean("drawCounting", &C::DrawCountingHandler,
+                             "&CVideoDisplayCom::DrawCountingHandler");
         m.AddNotifiedDouble("frames", &C::FramesHandler, "&CVideoDisplayCom::FramesHandler", 1);
         m.AddNotifiedDouble("snapshotsWritten", &C::SnapshotsWrittenHandler,
                             "&CVideoDisplayCom::SnapshotsWrittenHandler", 1);
@@ -527,6 +535,16 @@ int CVideoDisplayCom::DrawBoxesHandler(int* value, int set) {
 
 int CVideoDisplayCom::DrawTimeHandler(int* value, int set) {
     bool& draw = m_pModule->Settings().m_DrawTime;
+    if (set) {
+        draw = *value != 0;
+    } else {
+        *value = draw ? 1 : 0;
+    }
+    return 1;
+}
+
+int CVideoDisplayCom::DrawCountingHandler(int* value, int set) {
+    bool& draw = m_pModule->Settings().m_DrawCounting;
     if (set) {
         draw = *value != 0;
     } else {

@@ -10,6 +10,7 @@
 //   out.video = "/tmp/run/annotated.mp4"       -- container from the name: .mp4, .mkv, .avi
 //   out.contactSheet = "/tmp/run/sheet.png"    -- sheetCount thumbnails, sheetColumns wide
 //   out.drawBoxes = true; out.drawTime = true
+//   out.drawCounting = true                    -- counting line, tracks, counts, left objects
 //   ... run the graph ...
 //   out.Close()                                 -- finishes the video and writes the sheet
 //
@@ -24,6 +25,7 @@
 //    untouched.
 #pragma once
 
+#include "analytics/counting/CountingOverlay.h"
 #include "entry/ZorExport.h"
 #include "framework/kor/Module.h"
 #include "framework/kor/PinComponent.h"
@@ -50,6 +52,7 @@ struct SZorFrameWriterSettings {
     int m_Width = 0; // output width; 0: the frame's
     bool m_DrawBoxes = false;
     bool m_DrawTime = false;
+    bool m_DrawCounting = false; // what the counting analysers saw (CZorCountingOverlay)
 };
 
 class ZOR_EXPORT CZorFrameWriter : public CKorModule {
@@ -97,6 +100,7 @@ private:
     CZorVideoDecompressor m_Decoder;
     SZorFrameWriterSettings m_Settings;
     CZorFrameToRgb m_ToRgb;
+    CZorCountingOverlay m_Counting;
     CZorRgbPicture m_Picture;
     CZorVideoFile m_Video;
     int m_VideoWidth = 0;
@@ -135,6 +139,7 @@ public:
     int WidthHandler(double* value, int set);
     int DrawBoxesHandler(int* value, int set);
     int DrawTimeHandler(int* value, int set);
+    int DrawCountingHandler(int* value, int set);
     int FramesHandler(double* value, int set);
     int SnapshotsWrittenHandler(double* value, int set);
     int VideoFramesHandler(double* value, int set);

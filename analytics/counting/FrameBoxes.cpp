@@ -1,8 +1,8 @@
 #include "analytics/counting/FrameBoxes.h"
 
 #include "framework/jok/GenericData.h"
-#include "framework/kor/LeftObjectDetectionMD.h"
 #include "framework/kor/BoundingBoxesMD.h"
+#include "framework/kor/LeftObjectDetectionMD.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PeopleCountingMD.h"
 

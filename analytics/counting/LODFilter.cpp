@@ -43,9 +43,9 @@ void CZorLODFilterModule::ProcessPacket() {
     ZorReadFrameBoxes(packet, m_Boxes);
     m_Tracker.Update(time, m_Boxes.data(), m_Boxes.size());
     if (m_Tracker.Dropped() > 0 && !m_ToldTooMany) {
-        BelDump("CZorLODFilterModule::ProcessPacket -> %zu boxes on one frame: only the %zu "
-                "largest are followed.\n",
-                m_Boxes.size(), m_Tracker.Config().m_MaxBoxes);
+        BelDump("CZorLODFilterModule::ProcessPacket -> %zu boxes on one frame: %zu of them are not "
+                "followed.\n",
+                m_Boxes.size(), m_Tracker.Dropped());
         m_ToldTooMany = true;
     }
     const auto& targets = m_Detector.Update(time, m_Tracker.Tracks(), m_Tracker.Ended());
@@ -83,6 +83,7 @@ const CJokPropertyMap<CZorLODFilter>& CZorLODFilter::PropertyMap() {
         m.AddNotifiedBoolean("enabled", &C::EnabledHandler, "&CZorLODFilter::EnabledHandler")
             .AddNotifiedGenericData("zone", &C::ZoneHandler, "&CZorLODFilter::ZoneHandler")
             .AddNotifiedDouble("minStill", &C::MinStillHandler, "&CZorLODFilter::MinStillHandler")
+            .AddNotifiedDouble("warmUp", &C::WarmUpHandler, "&CZorLODFilter::WarmUpHandler")
             .AddNotifiedDouble("holdTime", &C::HoldTimeHandler, "&CZorLODFilter::HoldTimeHandler")
             .AddNotifiedDouble("minArea", &C::MinAreaHandler, "&CZorLODFilter::MinAreaHandler")
             .AddNotifiedDouble("maxCoast", &C::MaxCoastHandler, "&CZorLODFilter::MaxCoastHandler")
@@ -167,6 +168,19 @@ int CZorLODFilter::MinStillHandler(double* value, int set) {
         return 1;
     }
     if (!Milliseconds(*value, 86400000.0, &config.m_MinStill)) {
+        return 0;
+    }
+    m_pModule->Detector().SetConfig(config);
+    return 1;
+}
+
+int CZorLODFilter::WarmUpHandler(double* value, int set) {
+    SLeftObjectConfig config = m_pModule->Detector().Config();
+    if (!set) {
+        *value = static_cast<double>(config.m_WarmUp);
+        return 1;
+    }
+    if (!Milliseconds(*value, 86400000.0, &config.m_WarmUp)) {
         return 0;
     }
     m_pModule->Detector().SetConfig(config);

@@ -10,7 +10,9 @@
 //   zor.connect("video", tracker, write, lod, exitBlocking)
 //
 // Properties: "enabled" (starts disabled); "zone" { left, top, right, bottom } or zor.null;
-// "minStill" (ms a thing must stand before it is listed, default 1000); "holdTime" (ms a thing
+// "minStill" (ms a thing must stand before it is listed, default 1000); "warmUp" (ms from the
+// first frame in which nothing new is listed, default 5000: the tracker's background starts from
+// the first picture, so whoever stands in it leaves a ghost there); "holdTime" (ms a thing
 // that faded into the background stays listed without a sign of it leaving, default 600000; 0
 // drops it when its track ends); "minArea" (px^2, default 24); "maxCoast" (ms, default 800);
 // read-only "targets" (listed on the last frame); and "Reset", which forgets everything.
@@ -68,6 +70,7 @@ public:
     int EnabledHandler(int* value, int set);
     int ZoneHandler(CJokGenericData** value, int set);
     int MinStillHandler(double* value, int set);
+    int WarmUpHandler(double* value, int set);
     int HoldTimeHandler(double* value, int set);
     int MinAreaHandler(double* value, int set);
     int MaxCoastHandler(double* value, int set);

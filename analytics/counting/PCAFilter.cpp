@@ -87,9 +87,9 @@ void CZorPCAFilter::ProcessPacket() {
     ZorReadFrameBoxes(packet, m_Boxes);
     const std::vector<STrack>& tracks = m_Tracker.Update(time, m_Boxes.data(), m_Boxes.size());
     if (m_Tracker.Dropped() > 0 && !m_ToldTooMany) {
-        BelDump("CZorPCAFilter::ProcessPacket -> %zu boxes on one frame: only the %zu largest are "
+        BelDump("CZorPCAFilter::ProcessPacket -> %zu boxes on one frame: %zu of them are not "
                 "followed.\n",
-                m_Boxes.size(), m_Tracker.Config().m_MaxBoxes);
+                m_Boxes.size(), m_Tracker.Dropped());
         m_ToldTooMany = true;
     }
     m_Crossings.clear();

@@ -56,6 +56,23 @@ TEST(Drawing, BoxesAreClippedToThePicture) {
     EXPECT_NE(ZorBoxColour(1), ZorBoxColour(2));
 }
 
+TEST(Drawing, LinesReachBothEndsAndStayInThePicture) {
+    std::vector<std::uint8_t> pixels(3 * 20 * 10 + 30, 0xEE);
+    std::fill(pixels.begin(), pixels.begin() + 3 * 20 * 10, 0);
+    const SZorRgbImage image{pixels.data(), 60, 20, 10};
+    auto lit = [&](int x, int y) { return image.Pixel(x, y)[0] == 255; };
+    ZorDrawLine(image, 2, 1, 17, 6, kRed, 1); // shallow, left to right
+    EXPECT_TRUE(lit(2, 1) && lit(17, 6) && lit(10, 4)) << "ends and middle";
+    EXPECT_FALSE(lit(10, 1));
+    ZorDrawLine(image, 5, 9, 5, 0, kRed, 1); // steep, bottom to top
+    for (int y = 0; y < 10; ++y) {
+        EXPECT_TRUE(lit(5, y)) << y;
+    }
+    ZorDrawLine(image, -50, 30, 70, -40, kRed, 3); // mostly outside, thick
+    EXPECT_TRUE(std::all_of(pixels.end() - 30, pixels.end(), [](int v) { return v == 0xEE; }));
+    EXPECT_EQ(ZorTextWidth("in 3 out 2", 1), 10 * 6 - 1);
+}
+
 TEST(ContactSheet, PickerSpreadsThumbnailsOverAnyLength) {
     for (int total : {5, 12, 100, 1000, 4321}) {
         CZorThumbnailPicker<int> picker(12);

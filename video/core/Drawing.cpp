@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 namespace {
 
@@ -34,6 +35,11 @@ constexpr SGlyph kFont[] = {
     {'/', {0x00, 0x01, 0x02, 0x04, 0x08, 0x10, 0x00}},
     {'L', {0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x1F}},
     {'s', {0x00, 0x00, 0x0E, 0x10, 0x0E, 0x01, 0x1E}},
+    {'i', {0x04, 0x00, 0x0C, 0x04, 0x04, 0x04, 0x0E}},
+    {'n', {0x00, 0x00, 0x16, 0x19, 0x11, 0x11, 0x11}},
+    {'o', {0x00, 0x00, 0x0E, 0x11, 0x11, 0x11, 0x0E}},
+    {'u', {0x00, 0x00, 0x11, 0x11, 0x11, 0x13, 0x0D}},
+    {'t', {0x08, 0x08, 0x1C, 0x08, 0x08, 0x09, 0x06}},
 };
 // clang-format on
 
@@ -74,6 +80,34 @@ void ZorDrawBox(const SZorRgbImage& image, int left, int top, int right, int bot
     ZorFillRect(image, left, bottom - t, right, bottom, colour);
     ZorFillRect(image, left, top + t, left + t, bottom - t, colour);
     ZorFillRect(image, right - t, top + t, right, bottom - t, colour);
+}
+
+void ZorDrawLine(const SZorRgbImage& image, int x0, int y0, int x1, int y1, SZorColour colour,
+                 int thickness) {
+    thickness = std::max(thickness, 1);
+    const int before = (thickness - 1) / 2;
+    // Bresenham's walk; each step paints a thickness-wide square, clipped like every fill.
+    const int dx = std::abs(x1 - x0);
+    const int dy = -std::abs(y1 - y0);
+    const int sx = x0 < x1 ? 1 : -1;
+    const int sy = y0 < y1 ? 1 : -1;
+    int error = dx + dy;
+    for (int steps = 0; steps <= dx - dy; ++steps) {
+        ZorFillRect(image, x0 - before, y0 - before, x0 - before + thickness,
+                    y0 - before + thickness, colour);
+        if (x0 == x1 && y0 == y1) {
+            break;
+        }
+        const int twice = 2 * error;
+        if (twice >= dy) {
+            error += dy;
+            x0 += sx;
+        }
+        if (twice <= dx) {
+            error += dx;
+            y0 += sy;
+        }
+    }
 }
 
 void ZorDrawText(const SZorRgbImage& image, int x, int y, std::string_view text, SZorColour colour,

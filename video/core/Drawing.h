@@ -32,8 +32,14 @@ void ZorFillRect(const SZorRgbImage& image, int left, int top, int right, int bo
 void ZorDrawBox(const SZorRgbImage& image, int left, int top, int right, int bottom,
                 SZorColour colour, int thickness);
 
+// A straight line from (x0, y0) to (x1, y1), both ends included, thickness pixels wide (counting
+// lines, tracks' trails).
+void ZorDrawLine(const SZorRgbImage& image, int x0, int y0, int x1, int y1, SZorColour colour,
+                 int thickness);
+
 // Text whose top left corner is (x, y), each font pixel drawn scale x scale. The font has digits,
-// space, ": . - = # /" and the letters "L" and "s"; other characters are left blank.
+// space, ": . - = # /" and the letters "L", "s", "i", "n", "o", "u" and "t"; other characters are
+// left blank.
 void ZorDrawText(const SZorRgbImage& image, int x, int y, std::string_view text, SZorColour colour,
                  int scale);
 // The size of such text.

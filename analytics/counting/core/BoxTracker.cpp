@@ -18,6 +18,8 @@ constexpr double kMaxSpeed = 2.0; // px/ms: faster than anything a camera over a
 constexpr double kDuplicateContainment = 0.8;
 constexpr double kDuplicateSpeed = 0.03; // px/ms
 constexpr long kStoodBeforeLost = 200;   // ms
+// Boxes a frame taken at all: far more than a picture's 4 x 4 blocks at 1080p.
+constexpr std::size_t kMaxInput = 200000;
 // Boxes smaller than this share of a confirmed track's size never stand for it alone.
 constexpr double kSpeckShare = 0.2;
 // A track must stay away from where it stood this long before it has moved.
@@ -75,17 +77,24 @@ const std::vector<STrack>& CBoxTracker::Update(long time, const SBox* boxes, std
     m_HasTime = true;
     m_LastTime = time;
 
-    // Usable boxes only; an absurd number is cut down to the largest.
+    // Blocks and pieces of one thing become one box; specks go; an absurd number of boxes is cut
+    // down, before grouping to what a picture can hold, after it to the largest.
+    const std::size_t input = std::min(boxes ? count : 0, kMaxInput);
+    m_Dropped = (boxes ? count : 0) - input;
+    if (m_Config.m_JoinGap >= 0) {
+        m_Grouping.Group(boxes, input, m_Config.m_JoinGap, m_Grouped);
+    } else {
+        m_Grouped.assign(boxes, boxes + input);
+    }
     m_Boxes.clear();
-    for (std::size_t i = 0; boxes && i < count; ++i) {
-        if (!boxes[i].IsEmpty() && boxes[i].Area() >= m_Config.m_MinArea) {
-            m_Boxes.push_back(boxes[i]);
+    for (const SBox& box : m_Grouped) {
+        if (!box.IsEmpty() && box.Area() >= m_Config.m_MinArea) {
+            m_Boxes.push_back(box);
         }
     }
-    m_Dropped = 0;
     const std::size_t limit = std::max<std::size_t>(m_Config.m_MaxBoxes, 1);
     if (m_Boxes.size() > limit) {
-        m_Dropped = m_Boxes.size() - limit;
+        m_Dropped += m_Boxes.size() - limit;
         std::nth_element(m_Boxes.begin(), m_Boxes.begin() + static_cast<long>(limit) - 1,
                          m_Boxes.end(),
                          [](const SBox& a, const SBox& b) { return a.Area() > b.Area(); });
@@ -323,6 +332,15 @@ bool CBoxTracker::AtBorder(const SBox& box) const {
 }
 
 void CBoxTracker::UpdateStill(STrack& t, const SBox& box, long time) {
+    // Dwelling is standing about: fidgeting, turning, chatting, within half one's own size.
+    if (std::hypot(t.m_X - t.m_DwellX, t.m_Y - t.m_DwellY) >
+        0.5 * std::max(t.m_Width, t.m_Height)) {
+        t.m_LastDwell = time - t.m_DwellSince;
+        t.m_LastDwellEnd = time;
+        t.m_DwellX = t.m_X;
+        t.m_DwellY = t.m_Y;
+        t.m_DwellSince = time;
+    }
     const double radius = std::max(static_cast<double>(m_Config.m_StillMinRadius),
                                    m_Config.m_StillRadius * std::max(t.m_Width, t.m_Height));
     // A box that shrinks against the picture's edge is leaving it, not fading in place.
@@ -425,6 +443,9 @@ void CBoxTracker::StartTracks(long time) {
         t.m_StillBox = box;
         t.m_StillX = t.m_X;
         t.m_StillY = t.m_Y;
+        t.m_DwellSince = time;
+        t.m_DwellX = t.m_X;
+        t.m_DwellY = t.m_Y;
         // Born where an established track was a moment ago: split off it (an object put down, a
         // walker leaving a group).
         for (std::size_t i = 0; i < existing; ++i) {
@@ -439,16 +460,25 @@ void CBoxTracker::StartTracks(long time) {
             t.m_ParentId = parent.m_Id;
             parent.m_LastSplit = time;
             // Something small left where the parent stopped has lain there since the stop.
-            long stop = time - parent.m_StopEnd <= kRecentStop ? parent.m_StopSince : -1;
+            const bool recent = time - parent.m_StopEnd <= kRecentStop;
+            long stop = recent ? parent.m_StopSince : -1;
+            long stopEnd = parent.m_StopEnd;
             SBox stopBox = parent.m_StopBox;
             if (time - parent.m_StillSince >= kNotableStop) {
                 stop = parent.m_StillSince;
+                stopEnd = time;
                 stopBox = parent.m_StillBox;
             }
-            if (stop >= 0 &&
-                static_cast<double>(box.Area()) < kObjectShare * parent.m_Width * parent.m_Height &&
-                !Intersection(Grown(stopBox, reach), box).IsEmpty()) {
-                t.m_StillSince = stop;
+            t.m_ParentStop = time - parent.m_DwellSince;
+            if (time - parent.m_LastDwellEnd <= kRecentStop) {
+                t.m_ParentStop = std::max(t.m_ParentStop, parent.m_LastDwell);
+            }
+            if (stop >= 0 && !Intersection(Grown(stopBox, reach), box).IsEmpty()) {
+                t.m_ParentStop = std::max(t.m_ParentStop, stopEnd - stop);
+                if (static_cast<double>(box.Area()) <
+                    kObjectShare * parent.m_Width * parent.m_Height) {
+                    t.m_StillSince = stop;
+                }
             }
             break;
         }

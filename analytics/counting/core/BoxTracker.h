@@ -1,9 +1,10 @@
 // CBoxTracker: follows the boxes of a foreground detector from frame to frame and gives each
 // moving thing one identifier for as long as it is seen.
 //
-// The boxes it is fed are blobs, not people: one walker may come as two fragments (head and
-// legs), two walkers side by side come as one box, a walker can vanish for a few frames behind
-// a post or when the background model briefly absorbs him. The tracker therefore:
+// The boxes it is fed are foreground blocks or blobs, not people. Blocks and pieces that touch are
+// first grouped into one box each (CBoxGrouping); even so one walker may come as two fragments
+// (head and legs), two walkers side by side come as one box, a walker can vanish for a few frames
+// behind a post or when the background model briefly absorbs him. The tracker therefore:
 //  - predicts each track with constant velocity (an alpha-beta filter on the box centre, a
 //    smoothed size) and matches boxes to predictions greedily, best overlap and distance first;
 //  - joins the fragments of one track: further boxes that fall within the track's own size around
@@ -27,6 +28,7 @@
 // Pure: standard C++ only. Not thread-safe; one tracker per stream.
 #pragma once
 
+#include "analytics/counting/core/BoxGrouping.h"
 #include "analytics/counting/core/Boxes.h"
 
 #include <cstddef>
@@ -35,10 +37,11 @@
 namespace zor::counting {
 
 struct STrackerConfig {
-    long m_MinArea = 24;           // px^2: smaller boxes are noise
-    std::size_t m_MaxBoxes = 512;  // boxes per frame beyond this: the largest are kept
-    int m_ConfirmHits = 3;         // observations before a track is confirmed
-    long m_MaxCoast = 800;         // ms a confirmed track lives on unseen
+    int m_JoinGap = 0;            // px: boxes this close are one thing (-1: take them as they come)
+    long m_MinArea = 24;          // px^2: smaller things are noise
+    std::size_t m_MaxBoxes = 512; // things per frame beyond this: the largest are kept
+    int m_ConfirmHits = 3;        // observations before a track is confirmed
+    long m_MaxCoast = 800;        // ms a confirmed track lives on unseen
     double m_FragmentSlack = 0.35; // fragments join while the union stays within this share
                                    // beyond the track's size
     double m_StillRadius = 0.12;   // of the track's larger side, at least m_StillMinRadius px
@@ -73,7 +76,12 @@ struct STrack {
     long m_DisplacedSince = -1; // when it last left its still box, while that is unconfirmed
     bool m_AtBorder = false;    // last seen cut by the picture's edge
     SBox m_StopBox;
-    bool m_Moved = false;     // ever left its first still box
+    bool m_Moved = false;  // ever left its first still box
+    long m_ParentStop = 0; // how long its parent had stood where it split off (ms)
+    long m_DwellSince = 0; // since when it has stayed within half its size of one place
+    double m_DwellX = 0, m_DwellY = 0;
+    long m_LastDwell = 0; // how long its last dwell before this one lasted (ms)
+    long m_LastDwellEnd = -1;
     long m_LastSplit = -1;    // when a track last split off it (-1: never)
     bool m_Duplicate = false; // ended as a second track of what another track follows
 
@@ -105,7 +113,7 @@ public:
     // Confirmed tracks that ended on the last Update, as they were last (m_Duplicate marks those
     // ended because another track follows the same thing).
     const std::vector<STrack>& Ended() const { return m_Ended; }
-    // Boxes dropped on the last Update because the frame had more than m_MaxBoxes.
+    // Boxes dropped on the last Update because the frame had too many (see Update).
     std::size_t Dropped() const { return m_Dropped; }
 
     // Forgets every track; identifiers go on from where they were.
@@ -141,6 +149,8 @@ private:
     std::size_t m_Dropped = 0;
 
     // Per-frame scratch, kept to avoid allocating on every frame.
+    CBoxGrouping m_Grouping;
+    std::vector<SBox> m_Grouped;
     std::vector<SBox> m_Boxes;
     std::vector<SBox> m_Predicted;   // per track
     std::vector<SBox> m_Before;      // per track: its box on the frame before

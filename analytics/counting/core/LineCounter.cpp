@@ -125,6 +125,15 @@ int CLineCounter::Classify(const STrack& track, double x, double y, double widen
     return 0;
 }
 
+int CLineCounter::NormalSpeedSign(const STrack& t) const {
+    if (m_Geometry != LINE) {
+        return 0;
+    }
+    const double* c = m_Coordinates;
+    const double normal = (c[2] - c[0]) * t.m_VY - (c[3] - c[1]) * t.m_VX;
+    return normal > 0 ? 1 : (normal < 0 ? -1 : 0);
+}
+
 bool CLineCounter::CrossesSegment(const STrack& track, double x0, double y0, double x1,
                                   double y1) const {
     const double* c = m_Coordinates;
@@ -170,14 +179,20 @@ CLineCounter::SState CLineCounter::StartState(const STrack& t) const {
     state.m_Side = Classify(t, t.m_BornX, bornY);
     state.m_X = t.m_BornX;
     state.m_Y = bornY;
-    if (state.m_Side != 0) {
-        return state;
-    }
+    // A track that split off another was part of it: born in the band, it comes from its
+    // parent's side; born past the line from its parent and walking on away from it, it left a
+    // group that stood or walked on the other side (one walking towards the parent's side is the
+    // rear of a group that has not crossed yet).
     if (t.m_ParentId != 0) {
         auto parent = m_States.find(t.m_ParentId);
-        if (parent != m_States.end()) {
+        if (parent != m_States.end() && parent->second.m_Side != 0 &&
+            (state.m_Side == 0 ||
+             (state.m_Side != parent->second.m_Side && NormalSpeedSign(t) == state.m_Side))) {
             return parent->second;
         }
+    }
+    if (state.m_Side != 0) {
+        return state;
     }
     for (auto lost = m_Lost.rbegin(); lost != m_Lost.rend(); ++lost) {
         const SBox& b = lost->m_Box;

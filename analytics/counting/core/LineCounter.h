@@ -12,10 +12,12 @@
 //
 // Only what the tracker saw counts: a coasting track's predicted point never settles a side,
 // so a track that is lost and found again on the other side is counted when it is found. A track
-// born within the band takes the side of where it came from: of its parent when it split off
-// another track (a walker leaving a group on the line), or of a track that was lost standing on
-// or near the line where it is born, within "lost memory" ms (a walker who stood on the line long
-// enough to fade into the background, and walks on).
+// that split off another, born within the band, takes the side of its parent (a walker leaving a
+// group on the line); born across the line from its parent and walking on away from it, it left a
+// group on the other side and is counted at once. One born within the band with no parent takes
+// the side of a track that was lost standing on or near the line where it is born, within "lost
+// memory" ms (a walker who stood on the line long enough to fade into the background, and walks
+// on).
 //
 // Zone: a rectangle; a track enters when its point goes from outside the zone grown by the band
 // to inside the zone shrunk by it, and leaves the other way round.
@@ -99,6 +101,8 @@ private:
     SState StartState(const STrack& track) const;
     // -1 / +1 beyond the band (widened by the factor), 0 inside it.
     int Classify(const STrack& track, double x, double y, double widen = 1.0) const;
+    // +1 / -1: the track moves towards the line's right / left side; 0: along it, or a zone.
+    int NormalSpeedSign(const STrack& track) const;
     bool CrossesSegment(const STrack& track, double x0, double y0, double x1, double y1) const;
 
     SCounterConfig m_Config;

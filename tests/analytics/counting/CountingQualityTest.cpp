@@ -65,7 +65,7 @@ TEST_P(CountingQuality, AWalkerWhoStopsOnTheLineIsCountedOnce) {
 
 TEST_P(CountingQuality, ALeftBagIsReportedWithinTheDurationAndASecond) {
     const long duration = 5000;
-    const long drop = 3000;
+    const long drop = 8000;
     for (long absorb : {0L, kAbsorb}) {
         SScene scene = LeftBag(drop, GetParam());
         scene.m_AbsorbAfter = absorb;

@@ -28,10 +28,17 @@ STrack Still(unsigned long id, SBox box, long since, bool moved = false) {
 
 const SBox kBag{100, 180, 112, 190};
 
+// The tests start their tracks at once; the warm-up has its own test.
+SLeftObjectConfig Config() {
+    SLeftObjectConfig config;
+    config.m_WarmUp = 0;
+    return config;
+}
+
 } // namespace
 
 TEST(LeftObjectDetector, AStillTrackBecomesATargetOfItsType) {
-    CLeftObjectDetector detector; // min still 1000 ms
+    CLeftObjectDetector detector(Config()); // min still 1000 ms
     struct {
         bool m_Moved;
         long m_LastSplit;
@@ -55,7 +62,7 @@ TEST(LeftObjectDetector, AStillTrackBecomesATargetOfItsType) {
 }
 
 TEST(LeftObjectDetector, WhatFadesIntoTheBackgroundIsHeldUntilItsGhostAppears) {
-    CLeftObjectDetector detector;
+    CLeftObjectDetector detector(Config());
     STrack bag = Still(1, kBag, 1000);
     bag.m_LastSeen = 3000; // seen still from 1000 to 3000, then coasted out
     detector.Update(3000, {bag}, {});
@@ -79,7 +86,7 @@ TEST(LeftObjectDetector, WhatFadesIntoTheBackgroundIsHeldUntilItsGhostAppears) {
 }
 
 TEST(LeftObjectDetector, OnlyThingsThatStoodAreHeldAndNotForever) {
-    SLeftObjectConfig config;
+    SLeftObjectConfig config = Config();
     config.m_HoldTime = 5000;
     CLeftObjectDetector detector(config);
     STrack walker = Still(1, kBag, 2900, true); // moving until just before it was lost
@@ -97,7 +104,7 @@ TEST(LeftObjectDetector, OnlyThingsThatStoodAreHeldAndNotForever) {
 }
 
 TEST(LeftObjectDetector, AZoneLimitsWhereTargetsAreLookedFor) {
-    SLeftObjectConfig config;
+    SLeftObjectConfig config = Config();
     config.m_HasZone = true;
     config.m_Zone = SBox{0, 0, 100, 100};
     CLeftObjectDetector detector(config);
@@ -106,4 +113,41 @@ TEST(LeftObjectDetector, AZoneLimitsWhereTargetsAreLookedFor) {
     const auto& targets = detector.Update(5000, {inside, outside}, {});
     ASSERT_EQ(targets.size(), 1U);
     EXPECT_EQ(targets[0].m_Id, 1U);
+}
+
+TEST(LeftObjectDetector, MarksOfTheBackgroundAreNotTargets) {
+    CLeftObjectDetector detector; // warm-up 5000 ms from the first frame
+    detector.Update(0, {}, {});
+    // Born in the warm-up: whoever stood in the first picture, or his ghost.
+    STrack early = Still(1, kBag, 4000);
+    early.m_Born = 4000;
+    // Split off a walker who had stood there for a long while: the mark his standing left.
+    STrack mark = Still(2, SBox{200, 100, 210, 110}, 6000);
+    mark.m_Born = 6000;
+    mark.m_ParentId = 9;
+    mark.m_ParentStop = 6000;
+    // Split off one who stopped a moment to put it down: a bag.
+    STrack bag = Still(3, SBox{300, 100, 310, 110}, 6000);
+    bag.m_Born = 6000;
+    bag.m_ParentId = 9;
+    bag.m_ParentStop = 800;
+    const auto& targets = detector.Update(20000, {early, mark, bag}, {});
+    ASSERT_EQ(targets.size(), 1U);
+    EXPECT_EQ(targets[0].m_Id, 3U);
+    // Foreground that stays on a held spot clears it; a passer-by's moment does not.
+    CLeftObjectDetector held(Config());
+    bag.m_LastSeen = 9000;
+    held.Update(9000, {bag}, {});
+    ASSERT_EQ(held.Update(9800, {}, {bag}).size(), 1U);
+    STrack over = Still(4, SBox{200, 95, 220, 115}, 9900, true); // walks in from elsewhere
+    held.Update(9900, {over}, {});
+    over.m_Box = SBox{295, 95, 315, 115};
+    held.Update(10000, {over}, {});
+    held.Update(11000, {over}, {});
+    held.Update(11100, {}, {});
+    EXPECT_EQ(held.HeldCount(), 1U) << "covered for a second";
+    held.Update(12000, {over}, {});
+    held.Update(13000, {over}, {});
+    held.Update(13500, {over}, {});
+    EXPECT_EQ(held.HeldCount(), 0U) << "covered for 1.5 s";
 }

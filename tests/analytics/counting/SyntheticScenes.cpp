@@ -273,18 +273,19 @@ SScene LeftBag(long dropTime, std::uint32_t seed) {
     // Walks along the path below the line from the left; stops briefly to put the bag down.
     const double y = 185;
     const double speed = 70.0 / 1000.0; // px/ms
-    const double dropX = -10 + speed * static_cast<double>(dropTime - 300);
+    const long enter = dropTime - 2700; // the bag goes down about 180 px into the picture
+    const double dropX = -10 + speed * static_cast<double>(dropTime - enter);
     const long leave = dropTime + 500;
     const auto away = static_cast<long>((362 - dropX) / speed);
     scene.m_Actors.push_back(
-        Walker({{300, -10, y}, {dropTime, dropX, y}, {leave, dropX, y}, {leave + away, 362, y}}));
+        Walker({{enter, -10, y}, {dropTime, dropX, y}, {leave, dropX, y}, {leave + away, 362, y}}));
     SActor bag;
     bag.m_Kind = SActor::OBJECT;
     bag.m_Width = 12;
     bag.m_Height = 10;
     scene.m_Duration = dropTime + 15000;
     bag.m_Path = {
-        {300, 0, y + 14}, {dropTime, dropX + 10, y + 14}, {scene.m_Duration, dropX + 10, y + 14}};
+        {enter, 0, y + 14}, {dropTime, dropX + 10, y + 14}, {scene.m_Duration, dropX + 10, y + 14}};
     scene.m_Actors.push_back(bag);
     return scene;
 }
@@ -293,9 +294,10 @@ SScene Pause(long pauseMs, std::uint32_t seed) {
     SScene scene;
     scene.m_Seed = seed;
     const double y = 185;
+    // After the detector's warm-up, as the left bag.
     scene.m_Actors.push_back(Walker(
-        {{300, -10, y}, {2900, 170, y}, {2900 + pauseMs, 170, y}, {5500 + pauseMs, 362, y}}));
-    scene.m_Duration = 6500 + pauseMs;
+        {{5300, -10, y}, {7900, 170, y}, {7900 + pauseMs, 170, y}, {10500 + pauseMs, 362, y}}));
+    scene.m_Duration = 11500 + pauseMs;
     return scene;
 }
 

@@ -76,9 +76,10 @@ SScene WalkersOneByOne(int walkers, std::uint32_t seed);
 SScene WalkingPairs(int pairs, std::uint32_t seed);
 // one walker who stops on the line for stopMs, then goes on across
 SScene StopOnLine(long stopMs, std::uint32_t seed);
-// a walker who carries a bag, puts it down at dropTime and walks on; the bag stays
+// a walker who carries a bag, puts it down at dropTime and walks on; the bag stays (scenes for
+// the left-object detector begin after its warm-up: put the bag down after 5.5 s)
 SScene LeftBag(long dropTime, std::uint32_t seed);
-// a walker who stops away from the line for pauseMs and walks on
+// a walker who stops away from the line for pauseMs (from 7.9 s) and walks on
 SScene Pause(long pauseMs, std::uint32_t seed);
 
 // Runs the tracker and the counter over a rendered scene, line y = kLineY across the picture.
