@@ -13,8 +13,8 @@ constexpr WORD kPcmTag = 1;
 
 bool Playable(const WAVEFORMATEX* format) {
     return format && format->wFormatTag == kPcmTag &&
-           (format->wBitsPerSample == 8 || format->wBitsPerSample == 16) &&
-           format->nChannels > 0 && format->nSamplesPerSec > 0 &&
+           (format->wBitsPerSample == 8 || format->wBitsPerSample == 16) && format->nChannels > 0 &&
+           format->nSamplesPerSec > 0 &&
            format->nBlockAlign == format->nChannels * format->wBitsPerSample / 8;
 }
 

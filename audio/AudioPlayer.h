@@ -100,8 +100,6 @@ public:
     int PlayedHandler(double* value, int set);
     int DroppedHandler(double* value, int set);
 
-    CZorAudioPlayer* Module() { return m_pModule; }
-
 private:
     static const CJokPropertyMap<CAudioPlayerCom>& PropertyMap();
 

@@ -127,7 +127,7 @@ void CZorAudioSampleMixer::TimeOut(long) {
     for (int i = 0; i < m_Generator.m_Samples; ++i) {
         std::memcpy(data + 2 * i, &m_Generator.m_Value, 2);
     }
-    packet->SetDataSize(static_cast<unsigned long>(2 * m_Generator.m_Samples));
+    packet->SetDataSize(2UL * static_cast<unsigned long>(m_Generator.m_Samples));
     const bool taken = Receive(packet) != 0;
     if (!taken) {
         packet->Release();

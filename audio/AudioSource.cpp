@@ -118,8 +118,8 @@ void CZorAudioSource::SetDevice(const CBelString& name, const SKorWaveOptions& o
 
 unsigned long CZorAudioSource::PacketBytes() const {
     const unsigned long align = m_Format.nBlockAlign ? m_Format.nBlockAlign : 1;
-    const unsigned long bytes = static_cast<unsigned long>(m_Format.wBitsPerSample) *
-                                m_SamplesPerPacket / 8;
+    const unsigned long bytes =
+        static_cast<unsigned long>(m_Format.wBitsPerSample) * m_SamplesPerPacket / 8;
     return std::max(align, bytes - bytes % align);
 }
 
@@ -305,7 +305,7 @@ void CZorAudioSource::OnBufferPosted(unsigned index) {
     BYTE* data = out->GetData();
     bool epilogueDone = false;
     if (m_EpilogueMode) {
-        const auto left = static_cast<DWORD>(m_Epilogue.GetLength() - m_EpiloguePos);
+        const auto left = static_cast<DWORD>(std::max(0, m_Epilogue.GetLength() - m_EpiloguePos));
         bytes = std::min(bytes, left);
         std::memcpy(data, m_Epilogue.c_str() + m_EpiloguePos, bytes);
         m_EpiloguePos += static_cast<int>(bytes);
@@ -380,7 +380,8 @@ void CZorAudioSource::EmitSilence() {
     packet->SetRealTimeStamp(m_SilenceClock + static_cast<double>(offset) / 1000.0);
     AddToRing(packet);
 
-    const double frames = static_cast<double>(bytes / m_Format.nBlockAlign);
+    const unsigned long wholeFrames = bytes / m_Format.nBlockAlign; // PacketBytes is whole frames
+    const auto frames = static_cast<double>(wholeFrames);
     m_SilenceClock += frames / m_Format.nSamplesPerSec;
     m_SilenceSamples += frames;
     // Each packet is emitted at the start of its time, so the rate over the silence emitted
@@ -603,8 +604,7 @@ int CAudioSrcCom::ChannelsHandler(double* value, int set) {
         BelDump("AudioSource -> Cannot set the format when recording\n");
         return 0;
     }
-    m_pModule->SetPCMFormat(static_cast<int>(*value), format.wBitsPerSample,
-                            format.nSamplesPerSec);
+    m_pModule->SetPCMFormat(static_cast<int>(*value), format.wBitsPerSample, format.nSamplesPerSec);
     return 1;
 }
 

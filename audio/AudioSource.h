@@ -102,10 +102,10 @@ public:
     int GetRingCount() const { return m_RingCount; }
 
     // Module-wide switches and readings, under the probe folder "AudioSource".
-    static CBelProbedLong sm_TimeOffset;     // "AudioTimeOffset": ms added to every stamp
-    static CBelProbedLong sm_NoCorrection;   // "NoAudioTimeCorrection": stamps follow the clock
-    static CBelProbedLong sm_DebugTime;      // "DebugAudioTime": a line per buffer
-    static CBelProbedDouble sm_SilenceRate;  // "SilenceAudioRate": samples/s of silence emitted
+    static CBelProbedLong sm_TimeOffset;    // "AudioTimeOffset": ms added to every stamp
+    static CBelProbedLong sm_NoCorrection;  // "NoAudioTimeCorrection": stamps follow the clock
+    static CBelProbedLong sm_DebugTime;     // "DebugAudioTime": a line per buffer
+    static CBelProbedDouble sm_SilenceRate; // "SilenceAudioRate": samples/s of silence emitted
 
 private:
     void StartRecording();
@@ -185,8 +185,6 @@ public:
     // The wave-format hex string of the capture format, or of a codec's format at the capture
     // rate: optional "format" = "PCM" (default), "G711", "G721", "G723_24" or "G723_16".
     int GetFormatString(CJokCommandContext* context);
-
-    CZorAudioSource* Module() { return m_pModule; }
 
 private:
     static const CJokPropertyMap<CAudioSrcCom>& PropertyMap();

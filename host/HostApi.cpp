@@ -95,21 +95,26 @@ int WavSink(lua_State* L, SLuaFault& fault) {
         fields.Fail("field 'file' is required");
     }
     fields.String("path", &path);
-    WAVEFORMATEX format{};
-    bool hasFormat = false;
+    std::string record; // the format with its extra bytes behind it
     if (fields.Table("format")) {
         std::string error;
-        hasFormat = LuaReadAudioFormat(L, -1, &format, &error);
-        lua_pop(L, 1);
-        if (!hasFormat) {
+        std::string extra;
+        WAVEFORMATEX format{};
+        if (LuaReadAudioFormat(L, -1, &format, &error, &extra)) {
+            record.assign(reinterpret_cast<const char*>(&format), sizeof(format));
+            record += extra;
+        } else {
             fields.Fail(error);
         }
+        lua_pop(L, 1);
     }
     if (!fields.Ok()) {
         return fault.Set(fields.Error());
     }
     CCallScope scope(L);
-    auto* sink = new CWavSinkCom(file.c_str(), path.c_str(), hasFormat ? &format : nullptr);
+    auto* sink = new CWavSinkCom(
+        file.c_str(), path.c_str(),
+        record.empty() ? nullptr : reinterpret_cast<const WAVEFORMATEX*>(record.data()));
     if (!sink->IsUsable()) {
         fault.Set("zor.wav_sink: " + sink->Error());
         sink->Release();

@@ -58,6 +58,7 @@ struct SPacketFields {
     long long m_Flags = 0;
     bool m_HasAudioFormat = false;
     WAVEFORMATEX m_Audio{};
+    std::string m_AudioExtra; // the record's extra bytes (m_Audio.cbSize of them)
     std::optional<long long> m_Seq;
     bool m_HasVideoFormat = false;
     std::string m_Video; // the header and the codec set-up data after it
@@ -228,7 +229,8 @@ bool ReadFormat(lua_State* L, CLuaFields& fields, SPacketFields& out) {
     std::string error;
     bool ok = false;
     if (out.m_Kind == CKorPacket::KIND_AUDIO) {
-        ok = out.m_HasAudioFormat = LuaReadAudioFormat(L, -1, &out.m_Audio, &error);
+        ok = out.m_HasAudioFormat =
+            LuaReadAudioFormat(L, -1, &out.m_Audio, &error, &out.m_AudioExtra);
         CLuaFields format(L, -1, "");
         long long seq = 0;
         if (ok && format.Integer("seq", &seq, kInt32Min, kInt32Max)) {
@@ -297,6 +299,29 @@ bool ReadFields(lua_State* L, SPacketFields& out, std::string* error) {
     return fields.Ok();
 }
 
+// A video packet in a planar frame format whose data holds exactly the planes packed (luma rows,
+// then for NV12 the rows of interleaved chroma pairs at half resolution) is a decoded frame: its
+// plane layout is set so that frame consumers read it.
+void SetFramePlanes(const BITMAPINFOHEADER& header, CKorVideoPacket* video) {
+    const bool grey = header.biCompression == MakeFourCC('Y', '8', '0', '0');
+    if (!grey && header.biCompression != MakeFourCC('N', 'V', '1', '2')) {
+        return;
+    }
+    const long long width = header.biWidth;
+    const long long height =
+        header.biHeight < 0 ? -static_cast<long long>(header.biHeight) : header.biHeight;
+    const long long chromaWidth = 2 * ((width + 1) / 2);
+    const long long luma = width * height;
+    const long long size = grey ? luma : luma + chromaWidth * ((height + 1) / 2);
+    if (width <= 0 || height <= 0 || static_cast<long long>(video->GetDataSize()) != size) {
+        return;
+    }
+    video->SetPlane(0, 0, static_cast<int>(width));
+    if (!grey) {
+        video->SetPlane(1, static_cast<unsigned long>(luma), static_cast<int>(chromaWidth));
+    }
+}
+
 CKorPacket* MakePayloadPacket(const SPacketFields& in) {
     const auto size = static_cast<long>(in.m_Data.size());
     if (in.m_Kind == CKorPacket::KIND_AUDIO) {
@@ -339,9 +364,14 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
     }
     CHostState& state = CHostState::Of(L);
     if (in.m_HasAudioFormat) {
-        const long seq = in.m_Seq ? static_cast<long>(*in.m_Seq)
-                                  : state.FormatSeqNumber(&in.m_Audio, sizeof(in.m_Audio));
-        static_cast<CKorAudioPacket*>(packet)->SetAudioFormat(&in.m_Audio, seq);
+        // The record with its extra bytes behind it, as packets keep it.
+        std::string record(reinterpret_cast<const char*>(&in.m_Audio), sizeof(in.m_Audio));
+        record += in.m_AudioExtra;
+        const long seq =
+            in.m_Seq ? static_cast<long>(*in.m_Seq)
+                     : state.FormatSeqNumber(record.data(), static_cast<unsigned>(record.size()));
+        static_cast<CKorAudioPacket*>(packet)->SetAudioFormat(
+            reinterpret_cast<const WAVEFORMATEX*>(record.data()), seq);
     }
     if (in.m_Kind == CKorPacket::KIND_VIDEO) {
         auto* video = static_cast<CKorVideoPacket*>(packet);
@@ -353,8 +383,9 @@ CKorPacket* MakePacket(lua_State* L, const SPacketFields& in) {
                                  : state.FormatSeqNumber(in.m_Video.data(),
                                                          static_cast<unsigned>(in.m_Video.size()));
             // The record is the header with its set-up data right after it.
-            video->SetBitmapFormat(reinterpret_cast<const BITMAPINFOHEADER*>(in.m_Video.data()),
-                                   seq, 0);
+            const auto* header = reinterpret_cast<const BITMAPINFOHEADER*>(in.m_Video.data());
+            video->SetBitmapFormat(header, seq, 0);
+            SetFramePlanes(*header, video);
         }
     }
     return packet;
@@ -387,7 +418,7 @@ void PushAudioFormat(lua_State* L, const CKorAudioPacket* packet) {
         lua_pushnil(L);
         return;
     }
-    lua_createtable(L, 0, 7);
+    lua_createtable(L, 0, 8);
     SetIntegerField(L, "tag", format->wFormatTag);
     SetIntegerField(L, "channels", format->nChannels);
     SetIntegerField(L, "rate", format->nSamplesPerSec);
@@ -395,6 +426,10 @@ void PushAudioFormat(lua_State* L, const CKorAudioPacket* packet) {
     SetIntegerField(L, "blockAlign", format->nBlockAlign);
     SetIntegerField(L, "bits", format->wBitsPerSample);
     SetIntegerField(L, "seq", packet->GetFormatSeqNumber());
+    if (format->cbSize > 0) {
+        lua_pushlstring(L, reinterpret_cast<const char*>(format + 1), format->cbSize);
+        lua_setfield(L, -2, "extra");
+    }
 }
 
 void PushVideoFormat(lua_State* L, const CKorVideoPacket* packet) {
@@ -596,9 +631,20 @@ CKorPacket* LuaToPacket(lua_State* L, int index) {
     return self ? self->m_pPacket : nullptr;
 }
 
-bool LuaReadAudioFormat(lua_State* L, int index, WAVEFORMATEX* format, std::string* error) {
+bool LuaReadAudioFormat(lua_State* L, int index, WAVEFORMATEX* format, std::string* error,
+                        std::string* extra) {
     CLuaFields fields(L, index, "audio format");
-    fields.Allow({"tag", "channels", "rate", "avgBytes", "blockAlign", "bits", "seq"});
+    if (extra) {
+        fields.Allow({"tag", "channels", "rate", "avgBytes", "blockAlign", "bits", "seq", "extra"});
+    } else {
+        fields.Allow({"tag", "channels", "rate", "avgBytes", "blockAlign", "bits", "seq"});
+    }
+    std::string bytes;
+    if (extra && fields.String("extra", &bytes) &&
+        bytes.size() > static_cast<size_t>(CKorAudioPacket::kMaxFormatExtra)) {
+        fields.Fail("extra holds at most " + std::to_string(CKorAudioPacket::kMaxFormatExtra) +
+                    " bytes");
+    }
     long long tag = kTagPcm, channels = 1, rate = 0, bits = 0, blockAlign = 0, avgBytes = 0;
     fields.Integer("tag", &tag);
     fields.Integer("channels", &channels);
@@ -623,13 +669,13 @@ bool LuaReadAudioFormat(lua_State* L, int index, WAVEFORMATEX* format, std::stri
         *error = fields.Error();
         return false;
     }
-    *format = WAVEFORMATEX{static_cast<WORD>(tag),
-                           static_cast<WORD>(channels),
-                           static_cast<DWORD>(rate),
-                           static_cast<DWORD>(avgBytes),
-                           static_cast<WORD>(blockAlign),
-                           static_cast<WORD>(bits),
-                           0};
+    *format = WAVEFORMATEX{static_cast<WORD>(tag),         static_cast<WORD>(channels),
+                           static_cast<DWORD>(rate),       static_cast<DWORD>(avgBytes),
+                           static_cast<WORD>(blockAlign),  static_cast<WORD>(bits),
+                           static_cast<WORD>(bytes.size())};
+    if (extra) {
+        *extra = std::move(bytes);
+    }
     return true;
 }
 

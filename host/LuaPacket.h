@@ -9,11 +9,11 @@
 // "data"), ts (ms; tsValid defaults to whether ts is given), tsValid, rts (s), stream, frameType
 // (0..5 or "I", "P", "PB", "B", "EI", "EP"), layer, attributes (number -> integer), data (a
 // string of bytes), text and schema (text packets), time, scale and flags (time-base packets),
-// format (audio: {tag, channels, rate, avgBytes, blockAlign, bits, seq}; video: {width, height,
-// compression, bits, seq}). Missing audio fields are derived (blockAlign from channels and bits,
-// avgBytes from rate); identical formats share one format sequence number unless seq is given.
-// Reading adds size, capacity, formatSeq and refcount. An unknown or wrongly typed field is a
-// Lua error.
+// format (audio: {tag, channels, rate, avgBytes, blockAlign, bits, seq, extra}; video: {width,
+// height, compression, bits, seq}). Missing audio fields are derived (blockAlign from channels and
+// bits, avgBytes from rate); identical formats share one format sequence number unless seq is
+// given. Reading adds size, capacity, formatSeq and refcount. An unknown or wrongly typed field is
+// a Lua error.
 #pragma once
 
 #include "framework/bel/WinTypes.h"
@@ -30,8 +30,11 @@ void LuaPushPacket(lua_State* L, CKorPacket* packet);
 CKorPacket* LuaToPacket(lua_State* L, int index);
 // Whether the value at index is a packet value, released or not.
 bool LuaIsPacket(lua_State* L, int index);
-// Reads an audio format table; false with *error set when a field is missing or wrong.
-bool LuaReadAudioFormat(lua_State* L, int index, WAVEFORMATEX* format, std::string* error);
+// Reads an audio format table; false with *error set when a field is missing or wrong. The
+// record's extra bytes (field "extra", a string) go to *extra and their count to cbSize; without
+// extra the field is refused.
+bool LuaReadAudioFormat(lua_State* L, int index, WAVEFORMATEX* format, std::string* error,
+                        std::string* extra = nullptr);
 void LuaRegisterPacketType(lua_State* L);
 // zor.packet
 int LuaNewPacket(lua_State* L);

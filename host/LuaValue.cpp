@@ -265,8 +265,14 @@ void CLuaCallback::PushFunction(lua_State* L) const {
 // Makes the value on top the call's return value; on failure pushes a message instead. Kept out
 // of Trampoline so that no C++ local is alive when it raises.
 bool CLuaCallback::SetResult(lua_State* L, CJokCommandContext* context) {
+    // Runs inside lua_pcall: a C++ exception must not unwind through Lua's frames.
     std::string error;
-    CJokGenericData* result = LuaToValue(L, -1, &error);
+    CJokGenericData* result = nullptr;
+    try {
+        result = LuaToValue(L, -1, &error);
+    } catch (...) {
+        error = BelDescribeCurrentException().str();
+    }
     if (!result) {
         lua_pushfstring(L, "callback result: cannot use %s", error.c_str());
         return false;

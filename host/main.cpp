@@ -2,7 +2,8 @@
 //
 //     zor-run [--module PATH] SCRIPT.lua [ARGS...]
 //
-// The module is the libzor.so this build made, unless ZOR_MODULE or --module names another.
+// The module is the libzor.so installed beside it, or else the one this build made, unless
+// ZOR_MODULE or --module names another.
 #include "filters/FilterCheck.h"
 #include "host/ModuleLoader.h"
 #include "host/ScriptHost.h"
@@ -10,14 +11,33 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #ifndef ZOR_DEFAULT_MODULE
 #define ZOR_DEFAULT_MODULE "libzor.so"
 #endif
+#ifndef ZOR_INSTALL_LIBDIR
+#define ZOR_INSTALL_LIBDIR "lib"
+#endif
 
 namespace {
+
+// The module next to an installed zor-run (<prefix>/bin/zor-run, <prefix>/<libdir>/libzor.so),
+// else the one of the build that made it.
+std::string DefaultModule() {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        const std::filesystem::path installed =
+            self.parent_path().parent_path() / ZOR_INSTALL_LIBDIR / "libzor.so";
+        if (std::filesystem::exists(installed, error)) {
+            return installed.string();
+        }
+    }
+    return ZOR_DEFAULT_MODULE;
+}
 
 void PrintUsage(const char* program, std::FILE* out) {
     std::fprintf(out,
@@ -38,7 +58,7 @@ void PrintUsage(const char* program, std::FILE* out) {
                  "\n"
                  "exit status: 0, 1 after a script error, 2 for a usage or loading fault, or\n"
                  "what the script passed to os.exit.\n",
-                 program, program, ZOR_DEFAULT_MODULE);
+                 program, program, DefaultModule().c_str());
 }
 
 } // namespace
@@ -46,7 +66,7 @@ void PrintUsage(const char* program, std::FILE* out) {
 int main(int argc, char** argv) {
     const char* program = "zor-run";
     const char* fromEnvironment = std::getenv("ZOR_MODULE");
-    std::string module = fromEnvironment && *fromEnvironment ? fromEnvironment : ZOR_DEFAULT_MODULE;
+    std::string module = fromEnvironment && *fromEnvironment ? fromEnvironment : DefaultModule();
     int i = 1;
     for (; i < argc && argv[i][0] == '-' && argv[i][1] == '-'; ++i) {
         if (std::strcmp(argv[i], "--help") == 0) {

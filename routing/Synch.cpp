@@ -4,6 +4,7 @@
 #include "framework/bel/BelClock.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
+#include "framework/jok/Property.h"
 #include "framework/kor/Packet.h"
 
 #include <climits>
@@ -18,6 +19,9 @@ constexpr int kReleaseNow = -1000000;
 constexpr int kMaxRingWalk = 1 << 20;
 
 int TruncateToInt(double value) {
+    if (std::isnan(value)) {
+        return 0; // converting NaN would be undefined
+    }
     if (value >= static_cast<double>(INT_MAX)) {
         return INT_MAX;
     }
@@ -402,7 +406,9 @@ int CSynchCom::PausedHandler(int* value, int set) {
 int CSynchCom::ScaleFactorHandler(double* value, int set) {
     if (set) {
         if (*value != -1.0 && !(*value > 0.0 && std::isfinite(*value))) {
-            return 0; // a clock cannot stand still or run backwards
+            // A clock cannot stand still or run backwards.
+            return JokRefuseProperty("the scale factor must be a positive finite number (or -1.0 "
+                                     "for not set)");
         }
         m_ScaleFactor = *value;
         for (const auto& [path, module] : GetModules()) {

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # The main job: install, build, and run the example graph on the bundled sample input.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-scripts/install-deps.sh
-scripts/build.sh release
+source "$(dirname "$0")/common.sh"
+cd "$zor_root"
+bash scripts/install-deps.sh
+bash scripts/build.sh release
+echo
 build/host/zor-run examples/main.lua

@@ -231,8 +231,9 @@ SAccessUnitScan CNalScanner::Scan(const std::uint8_t* data, std::size_t size) {
             break;
         }
         if (IsParameterSet(m_Codec, type)) {
-            scan.m_HasParameterSets |=
-                m_Codec == ENalCodec::H264 ? type == kH264Sps : type != kHevcPps;
+            scan.m_HasParameterSets |= m_Codec == ENalCodec::H264
+                                           ? type == kH264Sps
+                                           : type == kHevcVps || type == kHevcSps;
             if (m_Codec == ENalCodec::Hevc && type == kHevcPps) {
                 LearnNal(walker.Nal(), walker.Size());
             }

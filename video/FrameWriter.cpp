@@ -231,7 +231,7 @@ bool CZorFrameWriter::WriteSheet() {
         const int width = std::min(thumb.m_Width, layout.m_CellWidth);
         for (int row = 0; row < thumb.m_Height; ++row) {
             std::memcpy(image.Pixel(x, y + row), thumb.Pixel(0, row),
-                        static_cast<size_t>(3 * width));
+                        3 * static_cast<size_t>(width));
         }
         ZorDrawText(image, x, y + thumbHeight + layout.m_Margin / 2,
                     ZorTimeCaption(thumbnails[i].m_Time), kCaptionText, layout.m_CaptionScale);
@@ -320,7 +320,9 @@ int CZorFrameWriter::Receive(CKorPacket* packet) {
         Handle(frame);
         frame->Release();
     }
-    if (!DownStreamModule()->Receive(packet)) {
+    if (DownStreamModule()->IsNull()) {
+        packet->Release(); // the display ends its chain: nothing is missing after it
+    } else if (!DownStreamModule()->Receive(packet)) {
         m_pPending = packet;
     }
     m_InRecv = 0;

@@ -2,7 +2,8 @@
 // open. It writes the frames that pass through it as PNG snapshots, as a video file, and as a
 // contact sheet (a grid of thumbnails spread over the whole run, each with its time), drawing
 // the "BBX1" boxes of each packet and its time and motion level when asked. Compressed packets
-// are decoded with its own decoder; every packet goes on unchanged.
+// are decoded with its own decoder; every packet goes on unchanged, or ends here when nothing
+// follows the writer on its path (a display is a natural end of a chain).
 //
 //   local out = zor.CreateVideoDisplay{ dataPath = "video" }
 //   out.snapshots = "/tmp/run/snap-%03d.png"   -- one every snapshotInterval ms (default 1000)

@@ -38,7 +38,8 @@ constexpr SVideoCodec kVideoCodecs[] = {
 constexpr const char* kVideoCodecList = "H.264, HEVC, MJPEG, MPEG-4, MPEG-2, H.263, VP8, VP9, AV1";
 
 // Protocols whose inputs have no end and no positions.
-constexpr const char* kLiveProtocols[] = {"rtsp", "rtp", "udp", "srt", "rtmp", "tcp", "pipe"};
+constexpr const char* kLiveProtocols[] = {"rtsp", "rtsps", "rtp",   "udp",
+                                          "srt",  "rtmp",  "rtmps", "tcp"};
 constexpr const char* kLiveFormats[] = {"rtsp", "sdp", "rtp"};
 
 // Consecutive read errors a file may give before it counts as unreadable; single damaged spots
@@ -47,6 +48,7 @@ constexpr int kMaxReadErrors = 16;
 // Time libavformat may spend studying a network stream before it starts (µs).
 constexpr const char* kNetworkAnalyzeDuration = "2000000";
 constexpr double kNetworkAnalyzeSeconds = 2.0;
+constexpr std::int64_t kMovAnalyzeDuration = 500000;
 
 std::string AvError(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -201,7 +203,6 @@ int CMediaDemuxer::InterruptCallback(void* opaque) {
 }
 
 void CMediaDemuxer::Arm(double seconds) {
-    m_TimedOut = false;
     if (m_Network) {
         m_DeadlineNs = NowNs() + static_cast<long long>(seconds * 1e9);
     }
@@ -246,11 +247,17 @@ std::string CMediaDemuxer::Seconds(std::int64_t us) const {
 
 bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& options) {
     MediaQuietLibraries();
+    if (m_pFormat) {
+        return Fail("the input is open already", 0);
+    }
     m_Url = url;
     m_TimeoutSeconds = options.m_TimeoutSeconds;
-    const char* protocol = avio_find_protocol_name(url.c_str());
-    m_Network = protocol && std::strcmp(protocol, "file") != 0;
-    m_Live = IsOneOf(protocol, kLiveProtocols);
+    m_TimedOut = false;
+    // By the address's scheme: some (rtsp) are demuxers rather than protocols of libavformat.
+    const std::size_t colon = url.find("://");
+    const std::string scheme = colon == std::string::npos ? "" : url.substr(0, colon);
+    m_Network = !scheme.empty() && scheme != "file";
+    m_Live = IsOneOf(scheme.c_str(), kLiveProtocols);
 
     const AVInputFormat* format = nullptr;
     if (!options.m_Format.empty()) {
@@ -263,7 +270,8 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
     for (const auto& [name, value] : options.m_Options) {
         av_dict_set(&dictionary, name.c_str(), value.c_str(), 0);
     }
-    if (m_Network && !av_dict_get(dictionary, "analyzeduration", nullptr, 0)) {
+    const bool analyzeGiven = av_dict_get(dictionary, "analyzeduration", nullptr, 0) != nullptr;
+    if (m_Network && !analyzeGiven) {
         av_dict_set(&dictionary, "analyzeduration", kNetworkAnalyzeDuration, 0);
     }
     m_pFormat = avformat_alloc_context();
@@ -282,11 +290,16 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
         return Fail("option '" + name + "' is not known to this input", 0);
     }
     av_dict_free(&dictionary);
-    // MP4 and MOV give whole pictures with both their times; libavformat's own parse of every
-    // picture's headers (more than half the cost of a read) learns nothing the source does not
-    // read itself, more cheaply.
-    if (std::strncmp(m_pFormat->iformat->name, "mov,", 4) == 0) {
+    // MP4 and MOV store whole frames with both their times (for the codings HasWholeFramesOnly
+    // lists): libavformat's own parse of every frame's headers, more than half the cost of a
+    // read, learns nothing the source does not read itself, more cheaply. Without that parse,
+    // studying the stream would decode pictures for seconds to learn what the file's header has
+    // already said: half a second of them is plenty.
+    if (std::strncmp(m_pFormat->iformat->name, "mov,", 4) == 0 && HasWholeFramesOnly()) {
         m_pFormat->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+        if (!analyzeGiven) {
+            m_pFormat->max_analyze_duration = kMovAnalyzeDuration;
+        }
     }
 
     Arm(m_TimeoutSeconds + kNetworkAnalyzeSeconds);
@@ -318,6 +331,27 @@ bool CMediaDemuxer::Open(const std::string& url, const SMediaOpenOptions& option
     }
     StartFormat();
     return m_Error.empty();
+}
+
+bool CMediaDemuxer::HasWholeFramesOnly() const {
+    // Codings the MP4 reader stores a frame per sample of; others (MPEG audio, AC-3, VP8 ...) it
+    // leaves to libavformat's parse to cut into frames.
+    constexpr AVCodecID kWhole[] = {
+        AV_CODEC_ID_H264,     AV_CODEC_ID_HEVC,      AV_CODEC_ID_MJPEG,     AV_CODEC_ID_MPEG4,
+        AV_CODEC_ID_H263,     AV_CODEC_ID_AAC,       AV_CODEC_ID_PCM_S16LE, AV_CODEC_ID_PCM_S16BE,
+        AV_CODEC_ID_PCM_U8,   AV_CODEC_ID_PCM_S24LE, AV_CODEC_ID_PCM_S32LE, AV_CODEC_ID_PCM_F32LE,
+        AV_CODEC_ID_PCM_ALAW, AV_CODEC_ID_PCM_MULAW, AV_CODEC_ID_OPUS,
+    };
+    for (unsigned i = 0; i < m_pFormat->nb_streams; ++i) {
+        const AVCodecParameters* parameters = m_pFormat->streams[i]->codecpar;
+        const bool media = parameters->codec_type == AVMEDIA_TYPE_VIDEO ||
+                           parameters->codec_type == AVMEDIA_TYPE_AUDIO;
+        if (media && std::find(std::begin(kWhole), std::end(kWhole), parameters->codec_id) ==
+                         std::end(kWhole)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool CMediaDemuxer::ChooseVideo() {
@@ -359,16 +393,16 @@ void CMediaDemuxer::ChooseAudio() {
     }
     struct SSampleCoding {
         AVCodecID m_Id;
-        std::uint16_t m_Tag;
         int m_Bits;
+        std::uint16_t m_Tag;
         bool m_Swap;
     };
     // WAVEFORMATEX tags: 1 PCM, 3 IEEE float, 6 G.711 A-law, 7 G.711 mu-law.
     constexpr SSampleCoding kSampleCodings[] = {
-        {AV_CODEC_ID_PCM_S16LE, 1, 16, false}, {AV_CODEC_ID_PCM_S16BE, 1, 16, true},
-        {AV_CODEC_ID_PCM_U8, 1, 8, false},     {AV_CODEC_ID_PCM_S24LE, 1, 24, false},
-        {AV_CODEC_ID_PCM_S32LE, 1, 32, false}, {AV_CODEC_ID_PCM_F32LE, 3, 32, false},
-        {AV_CODEC_ID_PCM_ALAW, 6, 8, false},   {AV_CODEC_ID_PCM_MULAW, 7, 8, false},
+        {AV_CODEC_ID_PCM_S16LE, 16, 1, false}, {AV_CODEC_ID_PCM_S16BE, 16, 1, true},
+        {AV_CODEC_ID_PCM_U8, 8, 1, false},     {AV_CODEC_ID_PCM_S24LE, 24, 1, false},
+        {AV_CODEC_ID_PCM_S32LE, 32, 1, false}, {AV_CODEC_ID_PCM_F32LE, 32, 3, false},
+        {AV_CODEC_ID_PCM_ALAW, 8, 6, false},   {AV_CODEC_ID_PCM_MULAW, 8, 7, false},
     };
     const auto* coding =
         std::find_if(std::begin(kSampleCodings), std::end(kSampleCodings),
@@ -392,6 +426,23 @@ void CMediaDemuxer::ChooseAudio() {
         format.m_AvgBytes = static_cast<int>(parameters->bit_rate / 8);
         format.m_Extra.assign(parameters->extradata,
                               parameters->extradata + std::max(parameters->extradata_size, 0));
+    }
+    char text[160];
+    if (format.m_Extra.size() > static_cast<std::size_t>(kMediaAudioSetUpBytes)) {
+        std::snprintf(text, sizeof(text),
+                      "the audio stream (%s) has %zu bytes of set-up data, more than an audio "
+                      "format record holds: left out",
+                      name, format.m_Extra.size());
+        Note(text);
+        return;
+    }
+    if (format.m_Samples && format.m_BlockAlign > kMediaAudioPacketBytes) {
+        std::snprintf(text, sizeof(text),
+                      "the audio stream (%s) has blocks of %d bytes, more than an audio packet "
+                      "holds: left out",
+                      name, format.m_BlockAlign);
+        Note(text);
+        return;
     }
     m_AudioStream = stream;
     m_AudioFormat = std::move(format);
@@ -447,15 +498,20 @@ CMediaDemuxer::EResult CMediaDemuxer::Read(SMediaPacket* packet) {
         return EResult::Failed;
     }
     AVPacket* raw = packet->m_pPacket;
+    m_TimedOut = false;
+    bool waiting = false; // on a non-blocking input: the time runs on
     for (;;) {
+        if (!waiting) {
+            Arm(m_TimeoutSeconds);
+        }
         av_packet_unref(raw);
-        Arm(m_TimeoutSeconds);
         const int result = av_read_frame(m_pFormat, raw);
-        Disarm();
-        if (result == AVERROR(EAGAIN)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // a non-blocking input
+        waiting = result == AVERROR(EAGAIN) && !m_TimedOut && !m_Abort;
+        if (waiting) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
             continue;
         }
+        Disarm();
         if (result == AVERROR_EOF) {
             if (!m_Live && m_DurationSeconds > 0.0 &&
                 static_cast<double>(m_EndUs) / 1e6 <
@@ -475,6 +531,9 @@ CMediaDemuxer::EResult CMediaDemuxer::Read(SMediaPacket* packet) {
             return EResult::End;
         }
         if (result < 0) {
+            // Only the interrupt callback asks for an exit; when it timed out a read that still
+            // returned data, the exit shows on the next read.
+            m_TimedOut = m_TimedOut || (result == AVERROR_EXIT && !m_Abort);
             if (m_Abort || m_TimedOut || m_Network || ++m_ReadErrors > kMaxReadErrors) {
                 Fail("cannot read at " + Seconds(m_EndUs + m_LoopOffsetUs), result);
                 return EResult::Failed;
@@ -541,6 +600,12 @@ bool CMediaDemuxer::ProcessVideo(SMediaPacket* packet) {
     if (raw->flags & AV_PKT_FLAG_CORRUPT) {
         Note("damaged video packet at " + Seconds(packet->m_PtsUs) + " passed on");
     }
+    // Containers announce new set-up data (another sample description, say) with the packet.
+    std::size_t setUpSize = 0;
+    if (const std::uint8_t* setUp =
+            av_packet_get_side_data(raw, AV_PKT_DATA_NEW_EXTRADATA, &setUpSize)) {
+        NewSetUp(setUp, setUpSize, *packet);
+    }
     int frameType = kNalFrameUnknown;
     bool key = containerKey;
     bool addParameterSets = false;
@@ -590,23 +655,50 @@ bool CMediaDemuxer::ProcessVideo(SMediaPacket* packet) {
 void CMediaDemuxer::CheckParameterSets(const SMediaPacket& packet) {
     m_ParameterSets.clear();
     m_pScanner->ParameterSets(packet.Data(), packet.Size(), &m_ParameterSets);
-    if (m_ParameterSets == m_pVideoFormat->m_ExtraData) {
+    AdoptSetUp(m_ParameterSets, packet);
+}
+
+void CMediaDemuxer::NewSetUp(const std::uint8_t* data, std::size_t size,
+                             const SMediaPacket& packet) {
+    std::vector<std::uint8_t> setUp;
+    if (m_pScanner && !IsAnnexB(data, size)) {
+        int lengthSize = 0;
+        if (!ParseNalConfig(m_pScanner->Codec(), data, size, &setUp, &lengthSize)) {
+            Note("damaged codec set-up data at " + Seconds(packet.m_PtsUs) + " ignored");
+            return;
+        }
+        if (lengthSize != m_NalLengthSize) {
+            m_NalLengthSize = lengthSize;
+            m_pScanner = std::make_unique<CNalScanner>(m_pScanner->Codec(), lengthSize);
+        }
+    } else {
+        setUp.assign(data, data + size);
+    }
+    AdoptSetUp(setUp, packet);
+}
+
+void CMediaDemuxer::AdoptSetUp(const std::vector<std::uint8_t>& setUp, const SMediaPacket& packet) {
+    if (setUp == m_pVideoFormat->m_ExtraData) {
         return;
     }
-    m_pScanner->Learn(m_ParameterSets.data(), m_ParameterSets.size());
-    // The picture size is read by libavcodec's parser from the unit in Annex B form.
     int width = 0;
     int height = 0;
-    if (m_pParser) {
-        m_Scratch.resize(NalMaxAnnexBSize(packet.Size(), m_NalLengthSize));
-        const std::size_t size =
-            NalWriteAnnexB(packet.Data(), packet.Size(), m_NalLengthSize, m_Scratch.data());
-        ParseFrame(m_Scratch.data(), size, &width, &height);
+    if (m_pScanner) {
+        m_pScanner->Learn(setUp.data(), setUp.size());
+        // The picture size is read by libavcodec's parser from the set-up data and the unit in
+        // Annex B form.
+        if (m_pParser) {
+            m_Scratch.assign(setUp.begin(), setUp.end());
+            m_Scratch.resize(setUp.size() + NalMaxAnnexBSize(packet.Size(), m_NalLengthSize));
+            const std::size_t size = NalWriteAnnexB(packet.Data(), packet.Size(), m_NalLengthSize,
+                                                    m_Scratch.data() + setUp.size());
+            ParseFrame(m_Scratch.data(), setUp.size() + size, &width, &height);
+        }
     }
     if (m_VideoPackets == 0) {
-        // The stream's own parameter sets describe it better than the container's summary.
+        // The stream's own set-up data describes it better than the container's summary.
         auto format = std::make_shared<SMediaVideoFormat>(*m_pVideoFormat);
-        format->m_ExtraData = m_ParameterSets;
+        format->m_ExtraData = setUp;
         if (width > 0 && height > 0) {
             format->m_Width = width;
             format->m_Height = height;
@@ -614,7 +706,7 @@ void CMediaDemuxer::CheckParameterSets(const SMediaPacket& packet) {
         m_pVideoFormat = std::move(format);
         return;
     }
-    ChangeFormat(m_ParameterSets, width, height, packet.m_PtsUs);
+    ChangeFormat(setUp, width, height, static_cast<double>(packet.m_PtsUs));
 }
 
 void CMediaDemuxer::ChangeFormat(std::vector<std::uint8_t> extraData, int width, int height,

@@ -45,6 +45,11 @@ struct SMediaVideoFormat {
     std::vector<std::uint8_t> m_ExtraData;
 };
 
+// What one of the system's audio packets holds: data bytes, and extra bytes in its format
+// record. Audio that does not fit is left out with a note.
+constexpr int kMediaAudioPacketBytes = 1440;
+constexpr int kMediaAudioSetUpBytes = 32;
+
 struct SMediaAudioFormat {
     std::uint16_t m_Tag = 0; // WAVEFORMATEX format tag
     int m_Channels = 0;
@@ -113,7 +118,7 @@ public:
     CMediaDemuxer(const CMediaDemuxer&) = delete;
     CMediaDemuxer& operator=(const CMediaDemuxer&) = delete;
 
-    // Opens the input and chooses its video stream and, when wanted, its audio stream.
+    // Opens the input (once) and chooses its video stream and, when wanted, its audio stream.
     bool Open(const std::string& url, const SMediaOpenOptions& options);
     // The next packet; End at the end of a non-looping input; Failed with Error() set.
     EResult Read(SMediaPacket* packet);
@@ -155,6 +160,7 @@ private:
     void Disarm() { m_DeadlineNs = 0; }
     bool Fail(const std::string& reason, int error);
     void Note(std::string note) { m_Notes.push_back(std::move(note)); }
+    bool HasWholeFramesOnly() const;
     bool ChooseVideo();
     void ChooseAudio();
     void StartFormat();
@@ -165,7 +171,12 @@ private:
     void Stamp(SMediaPacket* packet, const AVStream* stream);
     // Answers false when the packet is to be skipped.
     bool ProcessVideo(SMediaPacket* packet);
+    // New set-up data: the parameter sets of a key frame, or set-up data the container sends
+    // with a packet. A change gives a new format generation (before the first packet, a better
+    // first format).
     void CheckParameterSets(const SMediaPacket& packet);
+    void NewSetUp(const std::uint8_t* data, std::size_t size, const SMediaPacket& packet);
+    void AdoptSetUp(const std::vector<std::uint8_t>& setUp, const SMediaPacket& packet);
     void ChangeFormat(std::vector<std::uint8_t> extraData, int width, int height, double at);
     // Runs libavcodec's parser over a whole unit: its frame type and picture size (0 unknown).
     int ParseFrame(const std::uint8_t* data, std::size_t size, int* width, int* height);

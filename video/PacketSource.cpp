@@ -223,12 +223,12 @@ bool CZorPacketSource::Open(const std::string& url, const SMediaOpenOptions& opt
         format.nBlockAlign = static_cast<WORD>(audio.m_BlockAlign);
         format.wBitsPerSample = static_cast<WORD>(audio.m_Bits);
         format.cbSize = static_cast<WORD>(audio.m_Extra.size());
+        // The demuxer leaves out audio whose set-up data this record cannot hold.
         static_assert(sizeof(m_AudioRecord) ==
                       sizeof(WAVEFORMATEX) + CKorAudioPacket::kMaxFormatExtra);
+        static_assert(kMediaAudioSetUpBytes == CKorAudioPacket::kMaxFormatExtra);
         std::memcpy(m_AudioRecord, &format, sizeof(format));
-        std::copy_n(audio.m_Extra.begin(),
-                    std::min<std::size_t>(audio.m_Extra.size(), CKorAudioPacket::kMaxFormatExtra),
-                    m_AudioRecord + sizeof(format));
+        std::copy_n(audio.m_Extra.begin(), audio.m_Extra.size(), m_AudioRecord + sizeof(format));
         m_AudioSeqNumber = CKorPacket::GetNewFormatSeqNumber();
     }
     if (m_pDemuxer->IsNetwork()) {
@@ -451,7 +451,7 @@ CMediaDemuxer::EResult CZorPacketSource::Next(SMediaPacket* packet, bool* waitin
     std::string error;
     std::vector<std::string> notes;
     *waiting = !m_pReader->Pop(packet, &result, &error, &notes);
-    DumpNotes(std::move(notes));
+    DumpNotes(notes);
     if (result == CMediaDemuxer::EResult::Failed) {
         m_Error = m_Name + ": " + error;
     }
@@ -595,7 +595,8 @@ void CZorPacketSource::ConvertAudio(const SMediaPacket& packet, CZorPacketSource
         }
         out->SetDataSize(length);
         out->SetAudioFormat(record, m_AudioSeqNumber);
-        const auto offsetUs = static_cast<std::int64_t>(static_cast<double>(offset / block) * 1e6 /
+        const std::size_t blocks = offset / block; // whole sample frames before this piece
+        const auto offsetUs = static_cast<std::int64_t>(static_cast<double>(blocks) * 1e6 /
                                                         std::max(format.m_Rate, 1));
         StampPacket(out, packet, offsetUs, m_RealTimeOrigin);
         const double at = static_cast<double>(packet.m_PtsUs + offsetUs) / 1e6;
@@ -603,7 +604,7 @@ void CZorPacketSource::ConvertAudio(const SMediaPacket& packet, CZorPacketSource
     }
 }
 
-void CZorPacketSource::DumpNotes(std::vector<std::string> notes) {
+void CZorPacketSource::DumpNotes(const std::vector<std::string>& notes) {
     for (const std::string& note : notes) {
         BelDump("CZorPacketSource::Read -> %s: %s\n", m_Name.c_str(), note.c_str());
     }

@@ -64,7 +64,7 @@ private:
 class ZOR_EXPORT CZorPacketSource : public CKorModuleBase {
 public:
     // Audio data per packet at most: the framework's audio packet size.
-    static constexpr long kAudioPacketBytes = 1440;
+    static constexpr long kAudioPacketBytes = kMediaAudioPacketBytes;
 
     CZorPacketSource();
     // Stops the reader thread and releases every packet the source still holds.
@@ -141,7 +141,7 @@ private:
     void ConvertVideo(const SMediaPacket& packet, CZorPacketSourcePort* port);
     void ConvertAudio(const SMediaPacket& packet, CZorPacketSourcePort* port);
     void UseVideoFormat(const SMediaVideoFormat& format);
-    void DumpNotes(std::vector<std::string> notes);
+    void DumpNotes(const std::vector<std::string>& notes);
     double DueClock(double due) const;
     void Anchor();
     void Schedule();

@@ -17,8 +17,9 @@ std::string Clock(double seconds) {
         std::snprintf(text, sizeof(text), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
                       whole % 60);
     } else {
-        std::snprintf(text, sizeof(text), "%02lld:%04.1f", whole / 60,
-                      seconds - static_cast<double>(whole / 60 * 60));
+        const long long minutes = whole / 60;
+        std::snprintf(text, sizeof(text), "%02lld:%04.1f", minutes,
+                      seconds - static_cast<double>(minutes * 60));
     }
     return text;
 }

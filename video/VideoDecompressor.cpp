@@ -54,9 +54,23 @@ std::string FourCCText(DWORD fourcc) {
     return text;
 }
 
-// The codec of a compression FOURCC, by the container tag tables of libavformat (AVI and
-// QuickTime names: "H264", "avc1", "MJPG", "hvc1" ...).
+// The codec of a compression FOURCC: the names cameras and the media source use that the
+// container tables lack, then the container tag tables of libavformat (AVI and QuickTime names:
+// "H264", "avc1", "MJPG", "hvc1" ...).
 AVCodecID CodecOfFourCC(DWORD fourcc) {
+    static constexpr struct {
+        DWORD m_FourCC;
+        AVCodecID m_Codec;
+    } kOwn[] = {
+        {MakeFourCC('H', 'E', 'V', 'C'), AV_CODEC_ID_HEVC},
+        {MakeFourCC('H', '2', '6', '5'), AV_CODEC_ID_HEVC},
+        {MakeFourCC('h', 'e', 'v', 'c'), AV_CODEC_ID_HEVC},
+    };
+    for (const auto& own : kOwn) {
+        if (own.m_FourCC == fourcc) {
+            return own.m_Codec;
+        }
+    }
     const AVCodecTag* const tables[] = {avformat_get_riff_video_tags(),
                                         avformat_get_mov_video_tags(), nullptr};
     return av_codec_get_id(tables, fourcc);
@@ -274,9 +288,9 @@ struct CZorVideoDecompressor::SImpl {
     AVFrame* m_pFrame = av_frame_alloc();
     SwsContext* m_pScaler = nullptr;
 
-    long m_InputFormatSeq = 0;       // of the last input that chose the codec
+    long m_InputFormatSeq = 0;         // of the last input that chose the codec
     std::vector<std::uint8_t> m_Setup; // the open decoder's set-up data
-    bool m_Reopen = false;     // a setting changed since the decoder was opened
+    bool m_Reopen = false;             // a setting changed since the decoder was opened
     int m_Threads = 1;
     bool m_Grey = false;
 
@@ -319,8 +333,8 @@ bool CZorVideoDecompressor::SImpl::Open(AVCodecID codecId, const std::vector<std
     }
     if (!setup.empty()) {
         // The codec owns its set-up data and reads past its end: a padded copy.
-        m_pContext->extradata = static_cast<std::uint8_t*>(
-            av_mallocz(setup.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        m_pContext->extradata =
+            static_cast<std::uint8_t*>(av_mallocz(setup.size() + AV_INPUT_BUFFER_PADDING_SIZE));
         if (m_pContext->extradata) {
             std::memcpy(m_pContext->extradata, setup.data(), setup.size());
             m_pContext->extradata_size = static_cast<int>(setup.size());
@@ -491,7 +505,7 @@ CKorVideoPacket* CZorVideoDecompressor::SImpl::MakeFrame(const AVFrame* picture)
         for (int y = 0; y < rows; ++y) {
             BYTE* row = nv12 + static_cast<std::ptrdiff_t>(y) * stride;
             if (picture->format == AV_PIX_FMT_GRAY8) {
-                std::memset(row, 128, static_cast<size_t>(2 * pairs));
+                std::memset(row, 128, 2 * static_cast<size_t>(pairs));
             } else {
                 ZorInterleaveChromaRow(picture->data[1] + y * picture->linesize[1],
                                        picture->data[2] + y * picture->linesize[2], row, pairs);
@@ -593,8 +607,10 @@ bool CZorVideoDecompressor::SendPacket(const CKorVideoPacket* input) {
     }
     av_packet_unref(packet);
     if (result < 0) {
-        slot.m_pPacket->Release();
-        slot = SImpl::SInFlight{};
+        if (slot.m_Index == index && slot.m_pPacket) {
+            slot.m_pPacket->Release();
+            slot = SImpl::SInFlight{};
+        }
         m_p->Fault(&m_p->m_ReportedStream,
                    "undecodable " + std::string(avcodec_get_name(m_p->m_CodecId)) + " packet at " +
                        std::to_string(input->GetTimeStamp()) + " ms (" + AvError(result) + ")");

@@ -179,9 +179,10 @@ void CZorFrameSector::CalcDiffAccPixelDiff(int a, int b, int isShort, int channe
 
 void CZorFrameSector::UpdateLongAverage() {
     const float f = m_LDiff - m_LAverageDiff;
-    if (f >= m_ShortChangeThreshold && m_GroupLength >= m_MinGroupLength) {
-        m_LAverageDiff = m_LDiff;
-    } else if (m_LAverageDiff - m_LDiff > m_ShortChangeThreshold) {
+    // A long change (its result is not used by the classification) or a large drop: the average
+    // jumps to the value.
+    if ((f >= m_ShortChangeThreshold && m_GroupLength >= m_MinGroupLength) ||
+        m_LAverageDiff - m_LDiff > m_ShortChangeThreshold) {
         m_LAverageDiff = m_LDiff;
     } else if (m_LAverageDiff < FLT_EPSILON && m_LDiff < FLT_EPSILON) {
         m_LAverageDiff = 0.0f;

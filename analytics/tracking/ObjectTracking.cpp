@@ -1,5 +1,6 @@
 #include "analytics/tracking/ObjectTracking.h"
 
+#include "analytics/image/BeluiBitmapOps.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/BoundingBoxesMD.h"
@@ -56,12 +57,8 @@ void CZorObjectTrackingProcessor::NewSequence() {
 }
 
 void CZorObjectTrackingProcessor::NewFormat(unsigned long format) {
-    const SBeluiBitmap& b = m_Chain.Background();
-    const char fourcc[5] = {
-        static_cast<char>(format & 0xFF), static_cast<char>((format >> 8) & 0xFF),
-        static_cast<char>((format >> 16) & 0xFF), static_cast<char>((format >> 24) & 0xFF), 0};
-    BelDump("CZorObjectTrackingProcessor::NewFormat -> %dx%d %s: a new background\n", b.m_Width,
-            b.m_Height, fourcc);
+    ++m_FormatChanges;
+    m_Format = format;
 }
 
 CKorVideoPacket* CZorObjectTrackingProcessor::Process(CKorVideoPacket* input, bool* produced) {
@@ -119,9 +116,14 @@ CKorVideoPacket* CZorObjectTrackingProcessor::SmartTrack(CKorVideoPacket* frame,
         return nullptr;
     }
     // The output image goes straight into the new packet's planes.
-    m_Chain.RenderOutput(luma, outLuma);
-    if (!chroma.IsEmpty()) {
-        m_Chain.RenderChroma(chroma, outChroma);
+    if (m_OutputPicture) {
+        BeluiBitmapCopy(outLuma, luma);
+        BeluiBitmapCopy(outChroma, chroma);
+    } else {
+        m_Chain.RenderOutput(luma, outLuma);
+        if (!chroma.IsEmpty()) {
+            m_Chain.RenderChroma(chroma, outChroma);
+        }
     }
     *produced = true;
     CopyStamp(*frame, *out);
@@ -193,7 +195,6 @@ CZorObjectTrackingModuleCom::CZorObjectTrackingModuleCom()
     m_pModule = static_cast<CZorObjectTrackingModule*>(CreateContext(kPath));
     // Live analytics start switched off: packets pass untouched until a script enables them.
     m_pModule->DisableProcessing(1);
-    ConnectPath(kPath);
 }
 
 CZorObjectTrackingModuleCom::~CZorObjectTrackingModuleCom() = default;
@@ -220,6 +221,8 @@ const CJokPropertyMap<CZorObjectTrackingModuleCom>& CZorObjectTrackingModuleCom:
                                "&CZorObjectTrackingModuleCom::ThreadsHandler")
             .AddNotifiedBoolean("dumpCycles", &C::DumpCyclesHandler,
                                 "&CZorObjectTrackingModuleCom::DumpCyclesHandler")
+            .AddNotifiedBoolean("picture", &C::PictureHandler,
+                                "&CZorObjectTrackingModuleCom::PictureHandler")
             .AddNotifiedDouble("frames", &C::FramesHandler,
                                "&CZorObjectTrackingModuleCom::FramesHandler", 1)
             .AddNotifiedDouble("boxes", &C::BoxesHandler,
@@ -291,6 +294,15 @@ int CZorObjectTrackingModuleCom::DumpCyclesHandler(int* value, int set) {
         return 1;
     }
     m_pModule->Processor().SetDumpCycles(*value != 0);
+    return 1;
+}
+
+int CZorObjectTrackingModuleCom::PictureHandler(int* value, int set) {
+    if (!set) {
+        *value = m_pModule->Processor().GetOutputPicture() ? 1 : 0;
+        return 1;
+    }
+    m_pModule->Processor().SetOutputPicture(*value != 0);
     return 1;
 }
 

@@ -22,7 +22,8 @@
 //  - The tracker's buffers are made for the first picture and again only when the frame format
 //    changes (a new format sequence number); that picture becomes the background.
 //  - The chain (TrackingChain.h) runs on luma; the output is grey unless the frames are colour
-//    (grey = false), when calm blocks keep their colour.
+//    (grey = false), when calm blocks keep their colour. With picture = true the output is a copy
+//    of the decoded picture instead, with the same boxes.
 #pragma once
 
 #include "analytics/tracking/TrackingChain.h"
@@ -53,6 +54,10 @@ public:
     // Whether each picture writes its "Cycles: %lu" line (off by default: a line a frame per
     // stream would bury every other diagnostic).
     void SetDumpCycles(bool dump) { m_DumpCycles = dump; }
+    // Whether the output carries the decoded picture itself (with the boxes) instead of the
+    // processed image: for showing the boxes on what the camera saw.
+    void SetOutputPicture(bool picture) { m_OutputPicture = picture; }
+    bool GetOutputPicture() const { return m_OutputPicture; }
     bool GetDumpCycles() const { return m_DumpCycles; }
     long FramesTracked() const { return m_FramesTracked; }
     int LastBoxCount() const { return m_LastBoxCount; }
@@ -60,9 +65,14 @@ public:
     // steps for the last picture.
     std::uint64_t LastCycles() const { return m_LastCycles; }
     const CZorTrackingChain& Chain() const { return m_Chain; }
+    // Backgrounds made so far (the first picture, and one after each change of format), and the
+    // FOURCC of the frames they were made for.
+    int FormatChanges() const { return m_FormatChanges; }
+    unsigned long CurrentFormat() const { return m_Format; }
 
 protected:
-    // Called when the frame format changes (format: the frames' FOURCC); writes one line.
+    // Called when the frame format changes (format: the frames' FOURCC), after the buffers were
+    // made anew for it.
     virtual void NewFormat(unsigned long format);
 
 private:
@@ -72,6 +82,9 @@ private:
     CZorTrackingChain m_Chain;
     std::vector<SBeluiRect> m_Rects;
     bool m_DumpCycles = false;
+    bool m_OutputPicture = false;
+    int m_FormatChanges = 0;
+    unsigned long m_Format = 0;
     long m_FramesTracked = 0;
     int m_LastBoxCount = 0;
     std::uint64_t m_LastCycles = 0;
@@ -107,6 +120,7 @@ public:
     int GreyHandler(int* value, int set);
     int ThreadsHandler(double* value, int set);
     int DumpCyclesHandler(int* value, int set);
+    int PictureHandler(int* value, int set);
     int FramesHandler(double* value, int set);
     int BoxesHandler(double* value, int set);
     int ForegroundHandler(double* value, int set);

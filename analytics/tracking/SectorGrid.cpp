@@ -137,7 +137,7 @@ bool CZorSectorGrid::Process(const SBeluiBitmap& luma) {
         for (int c = 0; c < columns; ++c) {
             const int x0 = c * sw / columns;
             const int n = (c + 1) * sw / columns - x0;
-            CZorFrameSector& sector = m_Sectors[static_cast<std::size_t>(r * columns + c)];
+            CZorFrameSector& sector = m_Sectors[static_cast<std::size_t>(r) * columns + c];
             sector.ResetSDiff();
             sector.ResetLDiff();
             for (int y = y0; y < y1; ++y) {

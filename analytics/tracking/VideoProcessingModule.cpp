@@ -46,7 +46,6 @@ CZorVideoProcessingModuleCom::CZorVideoProcessingModuleCom()
     m_pModule = static_cast<CZorVideoProcessingModule*>(CreateContext(kPath));
     m_pModule->DisableProcessing(1);
     m_pModule->m_OnChange = [this](long time) { SignalChange(time); };
-    ConnectPath(kPath);
 }
 
 CZorVideoProcessingModuleCom::~CZorVideoProcessingModuleCom() {

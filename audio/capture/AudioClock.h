@@ -16,15 +16,15 @@
 
 class CZorAudioClock {
 public:
-    static constexpr long kJumpLimit = 200;   // ms behind now beyond which the clock jumps
-    static constexpr int kObservations = 11;  // buffers observed before a correction is set
+    static constexpr long kJumpLimit = 200;  // ms behind now beyond which the clock jumps
+    static constexpr int kObservations = 11; // buffers observed before a correction is set
     static constexpr long kNoObservation = 1000000;
 
     struct SStep {
-        double m_Stamp = 0.0;       // the buffer's stamp (ms): the clock before the buffer
-        bool m_Jumped = false;      // the clock was too far behind and jumped to now
-        long m_Difference = 0;      // now less the clock's integer part, before the jump
-        long m_CorrectionLeft = 0;  // milliseconds still to slew after this buffer
+        double m_Stamp = 0.0;      // the buffer's stamp (ms): the clock before the buffer
+        bool m_Jumped = false;     // the clock was too far behind and jumped to now
+        long m_Difference = 0;     // now less the clock's integer part, before the jump
+        long m_CorrectionLeft = 0; // milliseconds still to slew after this buffer
     };
 
     // Starts the clock at now (ms), with nothing observed and nothing to correct.

@@ -50,15 +50,41 @@ void Decode(ELaw law, const unsigned char* in, std::size_t count, short* out) {
     }
 }
 
+namespace {
+
+// One lookup a sample in a table of 2^(16 - Shift) codes: the sample's top bits, taken in int
+// (a 16-bit shift and add would be partial-register work), index the table from its middle, so
+// the offset costs nothing. Four lookups a round, all read before any code is stored: the
+// stores may alias the input as far as the compiler knows and would otherwise force a reload
+// each. This runs at the speed of a plain lookup in a table of all 65,536 samples (loads and
+// stores are the limit) with a table a quarter of its size; wider rounds, and one 64-bit load
+// with one 32-bit store a round, measured slower.
+template <int Shift>
+void EncodeWithTable(const std::uint8_t* table, const short* in, std::size_t count,
+                     unsigned char* out) {
+    const std::uint8_t* middle = table + (32768 >> Shift);
+    std::size_t i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const int s0 = in[i] >> Shift, s1 = in[i + 1] >> Shift;
+        const int s2 = in[i + 2] >> Shift, s3 = in[i + 3] >> Shift;
+        const std::uint8_t c0 = middle[s0], c1 = middle[s1], c2 = middle[s2], c3 = middle[s3];
+        out[i] = c0;
+        out[i + 1] = c1;
+        out[i + 2] = c2;
+        out[i + 3] = c3;
+    }
+    for (; i < count; ++i) {
+        out[i] = middle[in[i] >> Shift];
+    }
+}
+
+} // namespace
+
 void Encode(ELaw law, const short* in, std::size_t count, unsigned char* out) {
     if (law == ELaw::MuLaw) {
-        for (std::size_t i = 0; i < count; ++i) {
-            out[i] = LinearToMuLaw(in[i]);
-        }
+        EncodeWithTable<2>(detail::kLinearToMuLaw.data(), in, count, out);
     } else {
-        for (std::size_t i = 0; i < count; ++i) {
-            out[i] = LinearToALaw(in[i]);
-        }
+        EncodeWithTable<3>(detail::kLinearToALaw.data(), in, count, out);
     }
 }
 

@@ -86,7 +86,9 @@ int ZorGranuleLevel(const unsigned char* samples, std::size_t n) {
         const auto high = static_cast<std::int8_t>(samples[2 * i + 1]);
         sum += high * high;
     }
-    return static_cast<int>(std::sqrt(static_cast<double>(sum / static_cast<std::int64_t>(n))));
+    // The mean is an integer before its root: the meter's scale is defined so.
+    const std::int64_t mean = sum / static_cast<std::int64_t>(n);
+    return static_cast<int>(std::sqrt(static_cast<double>(mean)));
 }
 
 double ZorMeterLevel(double levelSum, double granuleCount, double peak) {

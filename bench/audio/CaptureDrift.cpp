@@ -85,7 +85,9 @@ int main(int argc, char** argv) {
         }
         char label[32];
         std::snprintf(label, sizeof label, "%.1f%% %s", std::abs(rateError) * 100,
-                      rateError > 0 ? "fast" : rateError < 0 ? "slow" : "off");
+                      rateError > 0   ? "fast"
+                      : rateError < 0 ? "slow"
+                                      : "off");
         std::printf("%-14s %8zu %12.2f %9.2f %6d\n", label, r.m_Packets, r.m_Median, r.m_Max,
                     r.m_Jumps);
     }

@@ -41,6 +41,20 @@ constexpr Packet kPackets[16] = {
     {9, 1, 0}, {1, -1, 1}, {9, 3, 0}, {9, 1, 0}, {1, -1, 13}, {9, 3, 0}, {9, 1, 0}, {1, -1, 1},
 };
 
+// The nodes of a tree as it prints: one head or leaf per node ("(set n (+ n 1))" is 4).
+int CountNodes(const ExpressionEvalOp& tree) {
+    std::string printed;
+    tree.Print(printed, nullptr);
+    int nodes = 0;
+    bool inToken = false;
+    for (char c : printed) {
+        const bool separator = c == ' ' || c == '(' || c == ')';
+        nodes += !separator && !inToken ? 1 : 0;
+        inToken = !separator;
+    }
+    return nodes;
+}
+
 void Evaluate(benchmark::State& state, const char* script) {
     FilterContext context;
     auto tree = ExpressionParser::Parse(script, context);
@@ -48,6 +62,7 @@ void Evaluate(benchmark::State& state, const char* script) {
         state.SkipWithError("script does not compile");
         return;
     }
+    state.SetLabel(std::to_string(CountNodes(*tree)) + " nodes");
     double* slots = context.NumberSlots();
     unsigned i = 0;
     for (auto _ : state) {
@@ -60,17 +75,27 @@ void Evaluate(benchmark::State& state, const char* script) {
     benchmark::DoNotOptimize(context.m_Discards);
 }
 
-// (A) drop every video frame but key frames.
-void BM_DiscardNonKeyFrames(benchmark::State& state) {
+// A key-frame test: drop every video frame but key frames.
+void BM_EvaluateKeyFrameTest(benchmark::State& state) {
     Evaluate(state, "if (TYPE == VIDEO && FRAMETYPE != IFRAME) { DISCARD; }");
 }
-BENCHMARK(BM_DiscardNonKeyFrames);
+BENCHMARK(BM_EvaluateKeyFrameTest);
 
-// (B) 19 nodes: a packet counter, fmod, a comparison and a stream mask.
-void BM_CounterAndMask(benchmark::State& state) {
+// A packet counter with fmod, a comparison and a stream mask.
+void BM_EvaluateCounterFmodAndMask(benchmark::State& state) {
     Evaluate(state, "n = n + 1; if (fmod(n, 8) < 4 && STREAM & 12) { hits = n; }");
 }
-BENCHMARK(BM_CounterAndMask);
+BENCHMARK(BM_EvaluateCounterFmodAndMask);
+
+// A longer filter of the kind recorders run: per-stream counters, a key-frame gate and a rate
+// limit over several statements.
+void BM_EvaluateMultiStatementFilter(benchmark::State& state) {
+    Evaluate(state, "n = n + 1;"
+                    "if (TYPE == VIDEO) { v = v + 1; if (FRAMETYPE == IFRAME) { k = n; } }"
+                    "else { a = a + (STREAM & 3); }"
+                    "if (n - k > 25 && TYPE == VIDEO && FRAMETYPE != IFRAME) { DISCARD; }");
+}
+BENCHMARK(BM_EvaluateMultiStatementFilter);
 
 std::string LongScript(int lines) {
     std::string script;

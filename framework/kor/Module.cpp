@@ -147,6 +147,19 @@ void CKorModule::PrintIndent() {
     BelDump("%*s", sm_PrintOffset, "");
 }
 
+void CKorModule::DropAfterException(CKorPacket*& packet) noexcept {
+    try {
+        const CBelString where = m_Name + "::ProcessPacket";
+        BelDumpCurrentException(where.c_str(), "the packet was dropped");
+    } catch (...) {
+        BelDumpCurrentException("CKorModule::ProcessPacket", "the packet was dropped");
+    }
+    if (packet) {
+        packet->Release();
+        packet = nullptr;
+    }
+}
+
 void CKorModule::PrintChain() {
     BelDump("%s\n", m_Name.c_str());
     sm_PrintOffset += 4;

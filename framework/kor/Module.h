@@ -112,6 +112,9 @@ protected:
     CKorModule(const char* name, SNullTag);
     // Prints the indentation of the current print offset (for PrintChain overrides).
     static void PrintIndent();
+    // For a catch block around packet processing: reports the exception as "<name>::
+    // ProcessPacket -> <what>; the packet was dropped" and releases packet (if any).
+    void DropAfterException(CKorPacket*& packet) noexcept;
     // Set while inside Receive, by modules that guard against re-entry.
     int m_InRecv = 0;
 

@@ -65,12 +65,7 @@ void CKorMultiThreadedModule::Run() {
         try {
             ProcessPacket();
         } catch (...) {
-            const CBelString where = GetName() + "::ProcessPacket";
-            BelDumpCurrentException(where.c_str(), "the packet was dropped");
-            if (m_pPacket) {
-                m_pPacket->Release();
-                m_pPacket = nullptr;
-            }
+            DropAfterException(m_pPacket);
         }
         lock.lock();
         if (m_pPacket) {

@@ -183,8 +183,10 @@ void CKorEffectiveRateMonitor::AddTimeSample(long time, long value) {
 
 void CKorEffectiveRateMonitor::AdjustTime(long delta) {
     if (!m_Empty) {
-        m_LastTime = Wrapped(static_cast<long>(static_cast<std::uint32_t>(m_LastTime) +
-                                               static_cast<std::uint32_t>(delta)));
+        // The buckets keep their places relative to the newest sample, which moves with the
+        // clock: the next sample's distance leaves the skipped stretch out.
+        m_LastTime = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_LastTime) +
+                                               static_cast<std::uint32_t>(delta));
     }
 }
 

@@ -60,12 +60,7 @@ int CKorUnbufferedModule::Receive(CKorPacket* packet) {
     } catch (...) {
         // The boundary every unbuffered component inherits: the packet is dropped, the module
         // stays usable.
-        const CBelString where = GetName() + "::ProcessPacket";
-        BelDumpCurrentException(where.c_str(), "the packet was dropped");
-        if (m_pPacket) {
-            m_pPacket->Release();
-            m_pPacket = nullptr;
-        }
+        DropAfterException(m_pPacket);
     }
     if (!m_Locked && m_pPacket) {
         SendCurrent();

@@ -116,14 +116,15 @@ snd_pcm_stream_t StreamOf(EKorWaveDirection direction) {
 
 } // namespace
 
-std::unique_ptr<CKorWaveDevice>
-CKorAlsaWaveDevice::Open(const char* name, EKorWaveDirection direction,
-                         const WAVEFORMATEX& format, KorWaveCallback callback, void* instance,
-                         int* error, CBelString* errorText) {
+std::unique_ptr<CKorWaveDevice> CKorAlsaWaveDevice::Open(const char* name,
+                                                         EKorWaveDirection direction,
+                                                         const WAVEFORMATEX& format,
+                                                         KorWaveCallback callback, void* instance,
+                                                         int* error, CBelString* errorText) {
     InstallMessageHandler();
     t_AlsaMessage.clear();
     snd_pcm_t* pcm = nullptr;
-    int err = snd_pcm_open(&pcm, name, StreamOf(direction), SND_PCM_NONBLOCK);
+    const int err = snd_pcm_open(&pcm, name, StreamOf(direction), SND_PCM_NONBLOCK);
     if (err < 0) {
         CBelString what;
         what.Format("%s: cannot open for %s", name, SideName(direction));
@@ -132,7 +133,7 @@ CKorAlsaWaveDevice::Open(const char* name, EKorWaveDirection direction,
         return nullptr;
     }
     snd_pcm_uframes_t period = 0;
-    if ((err = Configure(pcm, name, direction, format, &period, errorText)) < 0) {
+    if (Configure(pcm, name, direction, format, &period, errorText) < 0) {
         snd_pcm_close(pcm);
         *error = KORWAVE_BADFORMAT;
         return nullptr;
@@ -158,8 +159,7 @@ bool CKorAlsaWaveDevice::IsFullDuplex(const char* name) {
     CBelString ignored;
     bool both = snd_pcm_open(&in, name, SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK) >= 0 &&
                 snd_pcm_open(&out, name, SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK) >= 0;
-    both = both &&
-           Configure(in, name, EKorWaveDirection::In, probe, &period, &ignored) >= 0 &&
+    both = both && Configure(in, name, EKorWaveDirection::In, probe, &period, &ignored) >= 0 &&
            Configure(out, name, EKorWaveDirection::Out, probe, &period, &ignored) >= 0;
     if (in) {
         snd_pcm_close(in);
@@ -263,7 +263,7 @@ void CKorAlsaWaveDevice::Wait(bool withPcm, int timeout) {
         pcmCount = std::clamp(snd_pcm_poll_descriptors_count(m_pPcm), 0, 7);
         pcmCount = std::max(0, snd_pcm_poll_descriptors(m_pPcm, fds + 1, pcmCount));
     }
-    if (poll(fds, static_cast<nfds_t>(1 + pcmCount), timeout) <= 0) {
+    if (poll(fds, static_cast<nfds_t>(pcmCount) + 1, timeout) <= 0) {
         return;
     }
     if (fds[0].revents & POLLIN) {
@@ -422,7 +422,8 @@ void CKorAlsaWaveDevice::CollectPlayed(CDone& done) {
         m_Played = m_Written;
         snd_pcm_prepare(m_pPcm);
     } else if (err >= 0) {
-        const unsigned long queued = static_cast<unsigned long>(std::max<snd_pcm_sframes_t>(delay, 0));
+        const unsigned long queued =
+            static_cast<unsigned long>(std::max<snd_pcm_sframes_t>(delay, 0));
         m_Played = std::max(m_Played, m_Written - std::min(queued, m_Written));
     }
     std::lock_guard<std::mutex> lock(m_Mutex);

@@ -45,9 +45,9 @@ private:
     enum class ECommand { None, Start, Stop, Reset, Quit };
     struct SQueued {
         WAVEHDR* m_pHeader;
-        DWORD m_Written = 0;      // playback: bytes handed to ALSA
-        bool m_Complete = false;  // playback: every frame handed to ALSA
-        unsigned long m_End = 0;  // playback: the device frame count at the buffer's end
+        DWORD m_Written = 0;     // playback: bytes handed to ALSA
+        bool m_Complete = false; // playback: every frame handed to ALSA
+        unsigned long m_End = 0; // playback: the device frame count at the buffer's end
     };
     using CDone = std::vector<std::pair<unsigned, WAVEHDR*>>;
 

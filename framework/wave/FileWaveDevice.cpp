@@ -5,12 +5,10 @@
 #include <algorithm>
 #include <cmath>
 
-std::unique_ptr<CKorWaveDevice> CKorFileWaveDevice::Open(const char* path,
-                                                         EKorWaveDirection direction,
-                                                         const WAVEFORMATEX& format,
-                                                         KorWaveCallback callback, void* instance,
-                                                         int* error, CBelString* errorText,
-                                                         const SKorWaveOptions& options) {
+std::unique_ptr<CKorWaveDevice>
+CKorFileWaveDevice::Open(const char* path, EKorWaveDirection direction, const WAVEFORMATEX& format,
+                         KorWaveCallback callback, void* instance, int* error,
+                         CBelString* errorText, const SKorWaveOptions& options) {
     std::unique_ptr<CKorFileWaveDevice> device(
         new CKorFileWaveDevice(path, direction, format, callback, instance, options));
     if (direction == EKorWaveDirection::Out) {
@@ -89,8 +87,8 @@ int CKorFileWaveDevice::AddBuffer(WAVEHDR* header) {
 int CKorFileWaveDevice::Start() {
     if (m_Failed) {
         std::lock_guard<std::mutex> lock(m_Mutex);
-        return Fail(m_InputEnded ? KORWAVE_ENDOFDATA : KORWAVE_FAILED, m_Path + ": " +
-                    (m_InputEnded ? "end of input" : "the device has failed"));
+        return Fail(m_InputEnded ? KORWAVE_ENDOFDATA : KORWAVE_FAILED,
+                    m_Path + ": " + (m_InputEnded ? "end of input" : "the device has failed"));
     }
     if (!m_Running) {
         m_Running = true;
@@ -111,8 +109,8 @@ int CKorFileWaveDevice::Stop() {
         WAVEHDR* head = m_Queue.front();
         const double due = (BelDoubleTime() - m_SegmentStart) * BytesPerSecond() - m_SegmentBytes;
         const DWORD align = GetFormat().nBlockAlign;
-        auto bytes = static_cast<DWORD>(std::clamp(std::floor(due), 0.0,
-                                                   static_cast<double>(head->dwBufferLength)));
+        auto bytes = static_cast<DWORD>(
+            std::clamp(std::floor(due), 0.0, static_cast<double>(head->dwBufferLength)));
         bytes -= bytes % align;
         if (bytes > 0) {
             head->dwBytesRecorded = ReadInput(head->lpData, bytes);

@@ -149,7 +149,15 @@ CWavWriter::~CWavWriter() {
 bool CWavWriter::Open(const std::string& path, const WAVEFORMATEX& format) {
     Close();
     m_Error.clear();
-    m_Format = format;
+    const bool pcm = format.wFormatTag == kTagPcm;
+    // PCM takes the 16-byte record; other tags the full record with its extra bytes and a fact
+    // chunk holding the sample count.
+    const size_t extra = pcm ? 0 : format.cbSize;
+    const auto* first = reinterpret_cast<const BYTE*>(&format);
+    m_Format.assign(first, first + sizeof(WAVEFORMATEX) + extra);
+    if (pcm) {
+        reinterpret_cast<WAVEFORMATEX*>(m_Format.data())->cbSize = 0;
+    }
     m_DataSize = 0;
     m_WriteFailed = false;
     m_pFile = std::fopen(path.c_str(), "wb");
@@ -157,37 +165,36 @@ bool CWavWriter::Open(const std::string& path, const WAVEFORMATEX& format) {
         m_Error = path + ": cannot create (" + std::strerror(errno) + ")";
         return false;
     }
-    const bool pcm = format.wFormatTag == kTagPcm;
-    // PCM takes the 16-byte record; other tags the full record with cbSize (no extra bytes
-    // here) and a fact chunk holding the sample count.
-    const DWORD fmtSize = pcm ? 16 : sizeof(WAVEFORMATEX);
-    BYTE header[64];
+    const auto fmtSize = static_cast<DWORD>(pcm ? 16 : m_Format.size());
+    std::vector<BYTE> header(48 + m_Format.size());
+    BYTE* h = header.data();
     size_t n = 0;
-    n = PutTag(header, n, "RIFF");
-    PutLE32(header + n, 0); // patched by Close
+    n = PutTag(h, n, "RIFF");
+    PutLE32(h + n, 0); // patched by Close
     n += 4;
-    n = PutTag(header, n, "WAVE");
-    n = PutTag(header, n, "fmt ");
-    PutLE32(header + n, fmtSize);
+    n = PutTag(h, n, "WAVE");
+    n = PutTag(h, n, "fmt ");
+    PutLE32(h + n, fmtSize);
     n += 4;
-    WAVEFORMATEX record = format;
-    record.cbSize = 0;
-    std::memcpy(header + n, &record, fmtSize);
+    std::memcpy(header.data() + n, m_Format.data(), fmtSize);
     n += fmtSize;
+    if (fmtSize % 2) {
+        header[n++] = 0; // chunks are word-aligned
+    }
     if (!pcm) {
-        n = PutTag(header, n, "fact");
-        PutLE32(header + n, 4);
-        PutLE32(header + n + 4, 0); // patched by Close
+        n = PutTag(h, n, "fact");
+        PutLE32(h + n, 4);
+        PutLE32(h + n + 4, 0); // patched by Close
         m_FactSizeOffset = static_cast<long>(n + 4);
         n += 8;
     } else {
         m_FactSizeOffset = -1;
     }
-    n = PutTag(header, n, "data");
-    PutLE32(header + n, 0); // patched by Close
+    n = PutTag(h, n, "data");
+    PutLE32(h + n, 0); // patched by Close
     m_DataSizeOffset = static_cast<long>(n);
     n += 4;
-    if (std::fwrite(header, 1, n, m_pFile) != n) {
+    if (std::fwrite(header.data(), 1, n, m_pFile) != n) {
         m_WriteFailed = true;
     }
     return true;
@@ -228,7 +235,7 @@ bool CWavWriter::Close() {
     };
     patch(4, static_cast<DWORD>(end - 8));
     if (m_FactSizeOffset >= 0) {
-        const WORD align = m_Format.nBlockAlign ? m_Format.nBlockAlign : 1;
+        const WORD align = Format().nBlockAlign ? Format().nBlockAlign : 1;
         patch(m_FactSizeOffset, static_cast<DWORD>(m_DataSize / align)); // sample frames
     }
     patch(m_DataSizeOffset, static_cast<DWORD>(m_DataSize));

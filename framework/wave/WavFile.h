@@ -54,20 +54,25 @@ public:
     CWavWriter& operator=(const CWavWriter&) = delete;
 
     // Creates the file for the format (tag 1 PCM, 6 A-law, 7 mu-law, or any other tag, written
-    // as given); answers false with Error() on failure.
+    // as given). For a tag other than PCM the format's cbSize extra bytes, which follow it in
+    // memory (as in a packet's record), are written too: G.726 keeps its samples-per-block word.
+    // Answers false with Error() on failure.
     bool Open(const std::string& path, const WAVEFORMATEX& format);
     bool IsOpen() const { return m_pFile != nullptr; }
     bool Write(const BYTE* data, unsigned long size);
     // Patches the RIFF, fact and data sizes and closes; answers false if a write failed.
     bool Close();
     const std::string& Error() const { return m_Error; }
-    const WAVEFORMATEX& Format() const { return m_Format; }
+    // The record as written, its extra bytes behind it.
+    const WAVEFORMATEX& Format() const {
+        return *reinterpret_cast<const WAVEFORMATEX*>(m_Format.data());
+    }
     unsigned long DataSize() const { return m_DataSize; }
 
 private:
     std::FILE* m_pFile = nullptr;
     std::string m_Error;
-    WAVEFORMATEX m_Format{};
+    std::vector<BYTE> m_Format = std::vector<BYTE>(sizeof(WAVEFORMATEX));
     long m_FactSizeOffset = -1;
     long m_DataSizeOffset = 0;
     unsigned long m_DataSize = 0;

@@ -12,8 +12,9 @@ constexpr WORD kPcmTag = 1;
 
 // The formats every backend takes: linear PCM of 8 or 16 bits, with consistent sizes.
 bool CheckFormat(const WAVEFORMATEX& format, CBelString* text) {
-    if (format.wFormatTag != kPcmTag || (format.wBitsPerSample != 8 && format.wBitsPerSample != 16) ||
-        format.nChannels == 0 || format.nSamplesPerSec == 0 ||
+    if (format.wFormatTag != kPcmTag ||
+        (format.wBitsPerSample != 8 && format.wBitsPerSample != 16) || format.nChannels == 0 ||
+        format.nSamplesPerSec == 0 ||
         format.nBlockAlign != format.nChannels * format.wBitsPerSample / 8) {
         text->Format("tag %u, %u channel(s), %u bits, %u Hz: only 8- or 16-bit linear PCM is "
                      "supported",

@@ -28,7 +28,8 @@
 //
 // Threads: operations may be called from any one thread (the owner's). ALSA devices call back
 // on a thread of their own; file devices on the owner's message loop, from timers (so they
-// follow the virtual clock), and only while the owner's loop runs.
+// follow the virtual clock), and only while the owner's loop runs. A callback may queue a
+// buffer again, but must not start, stop, reset or close its device.
 #pragma once
 
 #include "framework/bel/BelString.h"
@@ -52,8 +53,8 @@ constexpr DWORD WHDR_PREPARED = 0x02;
 constexpr DWORD WHDR_INQUEUE = 0x10;
 
 // Callback messages.
-constexpr unsigned WOM_DONE = 0x3BD; // a playback buffer has been played
-constexpr unsigned WIM_DATA = 0x3C0; // a capture buffer is full (or given back by Stop/Reset)
+constexpr unsigned WOM_DONE = 0x3BD;    // a playback buffer has been played
+constexpr unsigned WIM_DATA = 0x3C0;    // a capture buffer is full (or given back by Stop/Reset)
 constexpr unsigned WAVE_FAILED = 0x3C8; // the device failed or its input ended (no header)
 
 enum EKorWaveError : int {

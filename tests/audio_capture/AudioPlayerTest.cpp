@@ -23,8 +23,8 @@ CKorAudioPacket* SpeechPacket(size_t offset, size_t size, long seq = 0) {
     const std::vector<BYTE>& speech = CAlsaTestConfig::Install().SpeechData();
     static const long speechSeq = CKorPacket::GetNewFormatSeqNumber();
     const WAVEFORMATEX format{1, 1, 8000, 16000, 2, 16, 0};
-    CKorAudioPacket* packet = g_AudioPacketSource.NewPacket(speech.data() + offset,
-                                                            static_cast<long>(size), 0);
+    CKorAudioPacket* packet =
+        g_AudioPacketSource.NewPacket(speech.data() + offset, static_cast<long>(size), 0);
     packet->SetAudioFormat(&format, seq ? seq : speechSeq);
     return packet;
 }
@@ -108,8 +108,8 @@ TEST_F(AudioPlayerTest, WhatCannotBePlayedIsDroppedWithOneLine) {
     EXPECT_TRUE(m_Source.Push(SpeechPacket(0, 800)));
     EXPECT_TRUE(m_Source.Push(SpeechPacket(800, 800)));
     EXPECT_EQ(m_Player.GetDroppedCount(), 5);
-    EXPECT_EQ(Dumps().rfind("AudioPlayer -> waveOutOpen: /nonexistent/played.wav: cannot create", 0),
-              0u)
+    EXPECT_EQ(
+        Dumps().rfind("AudioPlayer -> waveOutOpen: /nonexistent/played.wav: cannot create", 0), 0u)
         << Dumps();
     EXPECT_EQ(Dumps().find('\n'), Dumps().size() - 1) << "one line only";
 

@@ -124,8 +124,8 @@ std::string DriftName(const ::testing::TestParamInfo<SDriftCase>& info) {
     return info.param.m_RateError > 0 ? "Fast" : "Slow";
 }
 
-class AudioSourceDrift : public AudioSourceTest, public ::testing::WithParamInterface<SDriftCase> {
-};
+class AudioSourceDrift : public AudioSourceTest,
+                         public ::testing::WithParamInterface<SDriftCase> {};
 
 TEST_P(AudioSourceDrift, StampsFollowTheTrueTimeWithinAFewMilliseconds) {
     CVirtualClockScope clock;

@@ -1,8 +1,6 @@
--- Capture and playback as a script sees them: the capture source's properties and their
--- messages, the format strings, the full-duplex query, a recording from a file device on the
--- virtual clock and its playback through the player. Run with the test suite's ALSA
--- configuration, whose default device has both sides.
-local scratch = arg[1] or "/tmp"
+-- Capture as a script sees it: the capture source's properties, the format strings, the
+-- full-duplex query and a recording from a file device on the virtual clock. Run with the test
+-- suite's ALSA configuration, whose default device has both sides.
 local speech = "examples/data/speech.wav"
 
 local function check(condition, message)
@@ -23,23 +21,15 @@ end
 
 zor.capture() -- quiet from here on
 
--- Properties: defaults, the refusals and their messages.
+-- Properties: their types and defaults; a refused value is a Lua error, with the message.
 local mic = zor.CreateAudioSrc{}
 check(mic.sampleFrequency == 8000 and mic.samplesPerPacket == 512, "8 kHz, 512 samples")
 check(mic.channels == 1 and mic.bitsPerSample == 16, "16-bit mono")
 check(mic.recording == false and mic.silenceMode == false and mic.device == "", "idle")
 check(not pcall(function() mic.sampleFrequency = 16000 end), "16000 is refused")
 check(dumps() == "AudioSource -> 16000 is an invalid frequency.", "its message")
-check(not pcall(function() mic.samplesPerPacket = 0 end), "0 samples are refused")
 check(not pcall(function() mic.samplesPerPacket = -3 end), "a negative count is refused")
-check(not pcall(function() mic.samplesPerPacket = 1441 end), "1441 samples are refused")
-check(dumps() == string.rep("AudioSource -> samplesPerPacket should be between 2 and 1440.", 3,
-    "\n"), "their message")
-mic.sampleFrequency = 11025
-check(mic.sampleFrequency == 11025 and dumps() == "AudioSource -> samplePerSec:11025", "11025")
-check(not pcall(function() mic.channels = 3 end), "3 channels are refused")
 check(not pcall(function() mic.framesRecorded = 1 end), "framesRecorded is read-only")
-mic.sampleFrequency = 8000
 zor.capture()
 
 -- Format strings: the capture's own, and the codecs' at its rate, as the encoder reads them.
@@ -94,30 +84,5 @@ check(mic.recording == false, "the end of the file stops the recording")
 check(dumps():find("recording stopped: " .. speech .. ": end of input", 1, true), "and says why")
 check(sink.count() == 85, "5.4 s of speech")
 
--- The recording played into a WAV file device: the player refuses while the device is full and
--- takes the next packet whenever one has been played.
-local played = scratch .. "/capture-played.wav"
-local relay = zor.source{}
-local player = zor.CreateAudioPlayer{}
-player.device = "file:" .. played
-zor.connect("audio", relay, player)
-local refused = 0
-for _, packet in ipairs(sink.packets()) do
-    while relay.pending do
-        zor.advance(16)
-    end
-    if not relay.push(packet) then
-        refused = refused + 1
-    end
-end
-while player.queued > 0 do
-    zor.advance(16)
-end
-check(refused > 0, "the player pushed back")
-check(player.played == 85 and player.dropped == 0, "every packet played")
-player.device = "" -- closes the file
-local back = zor.wav_source{ file = played }
-check(back.duration == 5.4, "the file holds all of it")
-os.remove(played)
 zor.clock("real")
 print("capture.lua: all checks passed")

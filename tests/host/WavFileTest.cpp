@@ -85,6 +85,24 @@ TEST_F(WavFile, G711HasFullRecordAndFactChunkCountingSamples) {
     EXPECT_EQ(reader.DataSize(), 1001u) << "the pad byte is no data";
 }
 
+// A G.726 record (tag 666) keeps its extra size and samples-per-block word, so the file reads
+// back as it was written.
+TEST_F(WavFile, ExtraFormatBytesAreWrittenAndReadBack) {
+#pragma pack(push, 1)
+    struct {
+        WAVEFORMATEX m_Record;
+        WORD m_SamplesPerBlock;
+    } g726{{666, 1, 8000, 3000, 12, 3, 2}, 32};
+#pragma pack(pop)
+    const std::string bytes = Written("g726.wav", g726.m_Record, std::string(24, '\x2a'));
+    EXPECT_EQ(bytes.substr(16, 4), Le32(20)) << "fmt with its two extra bytes";
+    CWavReader reader;
+    ASSERT_TRUE(reader.Open(Path("g726.wav"))) << reader.Error();
+    ASSERT_EQ(reader.Format().cbSize, 2);
+    EXPECT_EQ(reader.FormatBytes()[sizeof(WAVEFORMATEX)], 32);
+    EXPECT_EQ(reader.DataSize(), 24u);
+}
+
 TEST_F(WavFile, ReadsWholeBlocksOnly) {
     Written("blocks.wav", WAVEFORMATEX{1, 2, 8000, 32000, 4, 16, 0}, std::string(40, '\1'));
     CWavReader reader;

@@ -19,6 +19,8 @@ expect(zor.packet{ ts = 1040 }, 40)
 synch.scaleFactor = 2.0
 synch.scaleFactor = -1.0 -- "not set": nothing in force changes
 assert(synch.scaleFactor == 2.0)
+local ok, err = pcall(function() synch.scaleFactor = 0 end)
+assert(not ok and err:find("Synch.scaleFactor: the scale factor must be a positive finite number", 1, true), err)
 expect(zor.packet{ ts = 1240 }, 100)
 
 -- Paused, the packet is held however long; play resumes from its own timestamp.

@@ -35,10 +35,10 @@ struct SDevice {
     std::size_t m_InputPos = 0;
     bool m_Paced = true;
     double m_RateError = 0.0;
-    double m_FailAfter = 0.0;   // seconds of streaming; 0 = never
-    double m_Streamed = 0.0;    // seconds streamed in earlier runs
+    double m_FailAfter = 0.0; // seconds of streaming; 0 = never
+    double m_Streamed = 0.0;  // seconds streamed in earlier runs
     bool m_Gone = false;
-    double m_StartTime = 0.0;   // CLOCK_MONOTONIC at start (s)
+    double m_StartTime = 0.0; // CLOCK_MONOTONIC at start (s)
     bool m_Running = false;
 };
 
@@ -78,7 +78,7 @@ bool ReadWavData(const char* path, std::vector<unsigned char>& out) {
             out.resize(std::fread(out.data(), 1, size, f));
             break;
         }
-        ok = std::fseek(f, static_cast<long>(size + (size & 1)), SEEK_CUR) == 0;
+        ok = std::fseek(f, static_cast<long>(size) + (size & 1), SEEK_CUR) == 0;
     }
     std::fclose(f);
     return ok;
@@ -89,8 +89,8 @@ int Start(snd_pcm_ioplug_t* io) {
     d->m_StartTime = Now();
     d->m_Running = true;
     if (d->m_Paced) {
-        const double period = static_cast<double>(io->period_size) /
-                              (io->rate * (1.0 + d->m_RateError));
+        const double period =
+            static_cast<double>(io->period_size) / (io->rate * (1.0 + d->m_RateError));
         itimerspec spec{};
         spec.it_interval.tv_sec = static_cast<time_t>(period);
         spec.it_interval.tv_nsec = static_cast<long>(std::fmod(period, 1.0) * 1e9);
@@ -115,8 +115,8 @@ int Stop(snd_pcm_ioplug_t* io) {
 
 snd_pcm_sframes_t Pointer(snd_pcm_ioplug_t* io) {
     auto* d = static_cast<SDevice*>(io->private_data);
-    if (d->m_Gone ||
-        (d->m_FailAfter > 0 && d->m_Running && d->m_Streamed + Now() - d->m_StartTime >= d->m_FailAfter)) {
+    if (d->m_Gone || (d->m_FailAfter > 0 && d->m_Running &&
+                      d->m_Streamed + Now() - d->m_StartTime >= d->m_FailAfter)) {
         d->m_Gone = true;
         return -ENODEV;
     }
@@ -143,7 +143,8 @@ snd_pcm_sframes_t Transfer(snd_pcm_ioplug_t* io, const snd_pcm_channel_area_t* a
         return static_cast<snd_pcm_sframes_t>(size);
     }
     const unsigned frame = FrameBytes(io);
-    auto* out = static_cast<unsigned char*>(areas[0].addr) + (areas[0].first + areas[0].step * offset) / 8;
+    auto* out =
+        static_cast<unsigned char*>(areas[0].addr) + (areas[0].first + areas[0].step * offset) / 8;
     const std::size_t bytes = size * frame;
     const std::size_t copy = std::min(bytes, d->m_Input.size() - d->m_InputPos);
     if (copy > 0) {

@@ -49,7 +49,9 @@ CClipPackets::CClipPackets(const std::string& file) {
                                   parameters->height,
                                   1,
                                   24,
-                                  av_codec_get_tag(tags, parameters->codec_id),
+                                  parameters->codec_id == AV_CODEC_ID_HEVC
+                                      ? MakeFourCC('H', 'E', 'V', 'C') // as the source names it
+                                      : av_codec_get_tag(tags, parameters->codec_id),
                                   0,
                                   0,
                                   0,

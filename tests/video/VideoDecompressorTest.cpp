@@ -78,6 +78,7 @@ INSTANTIATE_TEST_SUITE_P(Clips, DecompressorClip,
                                          SClipCase{"hd.ts", 1920, 1080, true},
                                          SClipCase{"cif-mjpeg.avi", 352, 288, true},
                                          SClipCase{"qcif-avcc.mkv", 176, 144, true},
+                    SClipCase{"qcif-hevc.ts", 176, 144, true},
                                          SClipCase{"cif-mjpeg422.avi", 352, 288, false},
                                          SClipCase{"small-mpeg4.avi", 174, 98, true}),
                          [](const testing::TestParamInfo<SClipCase>& info) {

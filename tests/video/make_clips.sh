@@ -34,6 +34,8 @@ make cif-bframes.ts -f lavfi -i "$(scene 352 288 2 16 48)" -c:v libx264 -preset 
     -bf 2 -g 25 -pix_fmt yuv420p -b:v 400k
 make qcif.ts -f lavfi -i "$(scene 176 144 1 8 24)" "${h264_camera[@]}" -b:v 100k
 make hd.ts -f lavfi -i "$(scene 1920 1080 0.4 80 240)" "${h264_camera[@]}" -b:v 4M
+make qcif-hevc.ts -f lavfi -i "$(scene 176 144 0.4 8 24)" -c:v libx265 -preset veryfast \
+    -x265-params log-level=error:bframes=0 -pix_fmt yuv420p -b:v 100k
 make cif-mjpeg.avi -f lavfi -i "$(scene 352 288 1 16 48)" -c:v mjpeg -q:v 4 -pix_fmt yuvj420p
 make cif-mjpeg422.avi -f lavfi -i "$(scene 352 288 1 16 48)" -c:v mjpeg -q:v 4 -pix_fmt yuvj422p
 # H.264 as a file muxer stores it: parameter sets only in the set-up data, lengths not start codes.

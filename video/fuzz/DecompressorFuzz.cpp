@@ -3,6 +3,7 @@
 // decoder's settings), then decoded by CZorVideoDecompressor, and every frame that comes out is
 // read through its plane descriptors and measured against the one before, as the motion-level
 // stamper does. Nothing may crash, leak or read outside a buffer.
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
 #include "video/VideoDecompressor.h"
@@ -33,6 +34,12 @@ constexpr SCodec kCodecs[] = {
 };
 constexpr std::size_t kCodecCount = sizeof(kCodecs) / sizeof(kCodecs[0]);
 
+// The decoder's once-per-stream reports would be one line per input here: dropped.
+class CSilentSink : public IBelDiagnosticSink {
+public:
+    void Write(const SBelDiagnostic&) override {}
+};
+
 // Reads and measures every frame the decoder has given out.
 void TakeFrames(CZorVideoDecompressor& decoder, CKorVideoPacket*& previous) {
     while (CKorVideoPacket* frame = decoder.TakeFrame()) {
@@ -58,6 +65,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 2) {
         return 0;
     }
+    static CSilentSink silent;
+    static IBelDiagnosticSink* const stderrSink = BelSetDiagnosticSink(&silent);
+    (void)stderrSink;
     CZorVideoDecompressor::QuietCodecLog();
     const SCodec& codec = kCodecs[data[0] % kCodecCount];
     const unsigned settings = data[0] / kCodecCount;
@@ -108,5 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     av_parser_close(parser);
     avcodec_free_context(&context);
     CKorVideoPacket::ReleaseVideoFormat(format);
+    // The pool keeps idle payloads of every size a damaged stream announced: freed, so that the
+    // fuzzer's memory shows only what an input really keeps.
+    CKorVideoPacket::CleanupPackets();
     return 0;
 }

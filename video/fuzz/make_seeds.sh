@@ -12,5 +12,6 @@ seed() { # seed NAME CODEC_BYTE CLIP FORMAT [ffmpeg options]
 }
 seed h264 00 qcif.ts h264
 seed h264-grey 06 qcif.ts h264
+seed hevc 01 qcif-hevc.ts hevc
 seed mjpeg 02 cif-mjpeg.avi mjpeg
 seed mpeg4 03 small-mpeg4.avi m4v
