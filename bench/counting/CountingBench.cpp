@@ -14,6 +14,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -83,7 +84,8 @@ BENCHMARK(BM_ExitBlockingRead);
 BENCHMARK(BM_ExitBlockingWrite);
 
 // Frames of n walkers on a 704x576 picture, each on its own lane, walking down and up across
-// the middle, entering again when they leave; one box each, with a few pixels of jitter.
+// the middle, entering again when they leave; one box each, cut by the picture's edges, with a
+// few pixels of jitter.
 std::vector<std::vector<SBox>> Walkers(int n, int frames) {
     std::vector<std::vector<SBox>> out(static_cast<size_t>(frames));
     for (int f = 0; f < frames; ++f) {
@@ -93,9 +95,12 @@ std::vector<std::vector<SBox>> Walkers(int n, int frames) {
             const double travel = std::fmod(f * speed + w * 37.0, 640.0);
             const double y = (w % 2 ? 600 - travel : travel - 40);
             const int jitter = (f * 7 + w * 3) % 5 - 2;
-            out[static_cast<size_t>(f)].push_back(
-                SBox{static_cast<int>(lane) + jitter, static_cast<int>(y),
-                     static_cast<int>(lane) + 10, static_cast<int>(y) + 40 + jitter});
+            const SBox box{static_cast<int>(lane) + jitter, std::max(0, static_cast<int>(y)),
+                           static_cast<int>(lane) + 10,
+                           std::min(576, static_cast<int>(y) + 40 + jitter)};
+            if (!box.IsEmpty()) {
+                out[static_cast<size_t>(f)].push_back(box);
+            }
         }
     }
     return out;
@@ -105,6 +110,7 @@ void BM_TrackAndCount(benchmark::State& state) {
     const int boxes = static_cast<int>(state.range(0));
     const auto frames = Walkers(boxes, 1000);
     zor::counting::CBoxTracker tracker;
+    tracker.SetFrameSize(704, 576);
     zor::counting::CLineCounter counter;
     counter.SetLine(0, 288, 704, 288);
     std::vector<zor::counting::SCrossing> crossings;
@@ -126,6 +132,7 @@ void BM_TrackAndFindLeftObjects(benchmark::State& state) {
     const int boxes = static_cast<int>(state.range(0));
     const auto frames = Walkers(boxes, 1000);
     zor::counting::CBoxTracker tracker;
+    tracker.SetFrameSize(704, 576);
     zor::counting::CLeftObjectDetector detector;
     long time = 0;
     size_t f = 0;

@@ -36,6 +36,11 @@ constexpr double kObjectShare = 0.6;
 // A track is held in a shared box when the box covers this much of its prediction.
 constexpr double kMergeContainment = 0.6;
 
+// libm's hypot guards against overflow at a price the tracker's pixel distances do not need.
+double Length(double dx, double dy) {
+    return std::sqrt(dx * dx + dy * dy);
+}
+
 SBox BoxAround(double x, double y, double width, double height) {
     const double halfW = 0.5 * width;
     const double halfH = 0.5 * height;
@@ -124,6 +129,7 @@ const std::vector<STrack>& CBoxTracker::Update(long time, const SBox* boxes, std
 
 void CBoxTracker::Predict() {
     m_Predicted.resize(m_Tracks.size());
+    m_Reach2.resize(m_Tracks.size());
     m_Before.resize(m_Tracks.size());
     for (std::size_t i = 0; i < m_Tracks.size(); ++i) {
         STrack& t = m_Tracks[i];
@@ -131,22 +137,21 @@ void CBoxTracker::Predict() {
         t.m_X += t.m_VX * static_cast<double>(m_Dt);
         t.m_Y += t.m_VY * static_cast<double>(m_Dt);
         m_Predicted[i] = BoxAround(t.m_X, t.m_Y, t.m_Width, t.m_Height);
+        // How far from its prediction a box may lie and still be this track's: an unseen track
+        // may have drifted, so its reach grows while it coasts.
+        const double size = std::max(8.0, 0.5 * (t.m_Width + t.m_Height));
+        const double reach =
+            0.75 * (1.0 + static_cast<double>(m_Now - t.m_LastSeen) /
+                              static_cast<double>(std::max(m_Config.m_MaxCoast, 1L)));
+        m_Reach2[i] = reach * reach * size * size;
     }
 }
 
 bool CBoxTracker::Gates(std::size_t index, const SBox& box) const {
-    const STrack& track = m_Tracks[index];
     const SBox& predicted = m_Predicted[index];
-    if (Intersection(predicted, box).Area() > 0) {
-        return true;
-    }
-    const double size = std::max(8.0, 0.5 * (track.m_Width + track.m_Height));
     const double dx = predicted.CentreX() - box.CentreX();
     const double dy = predicted.CentreY() - box.CentreY();
-    // An unseen track may have drifted from its prediction: its reach grows while it coasts.
-    const double reach = 0.75 * (1.0 + static_cast<double>(m_Now - track.m_LastSeen) /
-                                           static_cast<double>(std::max(m_Config.m_MaxCoast, 1L)));
-    return std::hypot(dx, dy) < reach * size;
+    return dx * dx + dy * dy < m_Reach2[index] || !Intersection(predicted, box).IsEmpty();
 }
 
 double CBoxTracker::Score(std::size_t index, const SBox& box) const {
@@ -154,13 +159,13 @@ double CBoxTracker::Score(std::size_t index, const SBox& box) const {
     const SBox& predicted = m_Predicted[index];
     const double size = std::max(8.0, 0.5 * (track.m_Width + track.m_Height));
     const double distance =
-        std::hypot(predicted.CentreX() - box.CentreX(), predicted.CentreY() - box.CentreY()) / size;
+        Length(predicted.CentreX() - box.CentreX(), predicted.CentreY() - box.CentreY()) / size;
     return IntersectionOverUnion(predicted, box) + 0.5 * std::max(0.0, 1.0 - distance) +
            (track.m_Confirmed ? 0.2 : 0.0);
 }
 
 void CBoxTracker::FindMerges() {
-    std::vector<std::size_t> inside;
+    std::vector<std::size_t>& inside = m_Inside;
     for (std::size_t b = 0; b < m_Boxes.size(); ++b) {
         const SBox& box = m_Boxes[b];
         inside.clear();
@@ -184,8 +189,8 @@ void CBoxTracker::FindMerges() {
             for (std::size_t c = a + 1; c < inside.size(); ++c) {
                 const std::size_t i = inside[a];
                 const std::size_t j = inside[c];
-                const double speed = std::hypot(m_Tracks[i].m_VX - m_Tracks[j].m_VX,
-                                                m_Tracks[i].m_VY - m_Tracks[j].m_VY);
+                const double speed = Length(m_Tracks[i].m_VX - m_Tracks[j].m_VX,
+                                            m_Tracks[i].m_VY - m_Tracks[j].m_VY);
                 if (Containment(m_Predicted[i], m_Predicted[j]) >= kDuplicateContainment &&
                     speed < kDuplicateSpeed) {
                     const bool dropJ = m_Tracks[i].m_Hits >= m_Tracks[j].m_Hits;
@@ -337,8 +342,7 @@ bool CBoxTracker::AtBorder(const SBox& box) const {
 
 void CBoxTracker::UpdateStill(STrack& t, const SBox& box, const SBox& before, long time) {
     // Dwelling is standing about: fidgeting, turning, chatting, within half one's own size.
-    if (std::hypot(t.m_X - t.m_DwellX, t.m_Y - t.m_DwellY) >
-        0.5 * std::max(t.m_Width, t.m_Height)) {
+    if (Length(t.m_X - t.m_DwellX, t.m_Y - t.m_DwellY) > 0.5 * std::max(t.m_Width, t.m_Height)) {
         t.m_LastDwell = time - t.m_DwellSince;
         t.m_LastDwellEnd = time;
         t.m_DwellX = t.m_X;
@@ -351,7 +355,7 @@ void CBoxTracker::UpdateStill(STrack& t, const SBox& box, const SBox& before, lo
     // shrinks against the picture's edge is leaving it.
     const bool shrankInPlace =
         !AtBorder(box) && Contains(Grown(t.m_StillBox, static_cast<int>(std::ceil(radius))), box);
-    if (std::hypot(t.m_X - t.m_StillX, t.m_Y - t.m_StillY) <= radius || shrankInPlace) {
+    if (Length(t.m_X - t.m_StillX, t.m_Y - t.m_StillY) <= radius || shrankInPlace) {
         t.m_Moving = false;
         t.m_DisplacedSince = -1;
         return;

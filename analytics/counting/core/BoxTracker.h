@@ -155,13 +155,15 @@ private:
     CBoxGrouping m_Grouping;
     std::vector<SBox> m_Grouped;
     std::vector<SBox> m_Boxes;
-    std::vector<SBox> m_Predicted;   // per track
-    std::vector<SBox> m_Before;      // per track: its box on the frame before
-    std::vector<SBox> m_Fresh;       // boxes that start new tracks
-    std::vector<int> m_BoxOwner;     // per box: track index, -1 free, -2 shared by a merge
-    std::vector<int> m_TrackBox;     // per track: box index or -1
-    std::vector<SBox> m_Observation; // per track: union of its boxes
-    std::vector<char> m_InMerge;     // per track
+    std::vector<SBox> m_Predicted;     // per track
+    std::vector<double> m_Reach2;      // per track: squared gating distance
+    std::vector<std::size_t> m_Inside; // tracks inside one box
+    std::vector<SBox> m_Before;        // per track: its box on the frame before
+    std::vector<SBox> m_Fresh;         // boxes that start new tracks
+    std::vector<int> m_BoxOwner;       // per box: track index, -1 free, -2 shared by a merge
+    std::vector<int> m_TrackBox;       // per track: box index or -1
+    std::vector<SBox> m_Observation;   // per track: union of its boxes
+    std::vector<char> m_InMerge;       // per track
     std::vector<SCandidate> m_Candidates;
     long m_Dt = 0;
     long m_Now = 0;

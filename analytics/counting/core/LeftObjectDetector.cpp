@@ -9,6 +9,8 @@ namespace {
 // A track that ended must have been seen standing this long to be held: one that was walking
 // when it vanished has left, not faded into the background.
 constexpr long kStoodBeforeLost = 200;
+// Held targets kept at most; beyond, the oldest go.
+constexpr std::size_t kMaxHeld = 256;
 // A held target's spot counts as covered when foreground covers this share of it.
 constexpr double kCovered = 0.6;
 
@@ -67,6 +69,9 @@ const std::vector<SLeftTarget>& CLeftObjectDetector::Update(long time,
     std::erase_if(m_Held, [&](const SLeftTarget& h) {
         return m_Config.m_HoldTime <= 0 || time - h.m_HeldSince > m_Config.m_HoldTime;
     });
+    if (m_Held.size() > kMaxHeld) {
+        m_Held.erase(m_Held.begin(), m_Held.end() - static_cast<long>(kMaxHeld));
+    }
 
     for (const STrack& t : tracks) {
         if (!m_Seen.insert(t.m_Id).second) {
