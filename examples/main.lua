@@ -178,3 +178,10 @@ local motion_dir = os.tmpname()
 os.remove(motion_dir)
 assert(os.execute("mkdir -p '" .. motion_dir .. "'"))
 dofile(here .. "/lib/motion.lua").main_job(here .. "/data/pedestrians.mp4", motion_dir)
+
+-- 11. People counting on the same clip: walkers counted in each direction across a line over the
+-- footpath, left-object alerts, and snapshots with the line and the tracks drawn in.
+local counting_dir = os.tmpname()
+os.remove(counting_dir)
+assert(os.execute("mkdir -p '" .. counting_dir .. "'"))
+dofile(here .. "/lib/counting.lua").main_job(here .. "/data/pedestrians.mp4", counting_dir)

@@ -24,6 +24,8 @@ constexpr std::size_t kMaxInput = 200000;
 constexpr double kSpeckShare = 0.2;
 // A track must stay away from where it stood this long before it has moved.
 constexpr long kMoveConfirm = 120; // ms
+// A box within this many pixels of the last one and no larger has stayed or shrunk in place.
+constexpr int kShrinkSlack = 2;
 // Boxes this close to the picture's edge are cut by it.
 constexpr int kBorder = 2;
 // A stop long enough to put something down.
@@ -303,6 +305,7 @@ void CBoxTracker::Observe(STrack& t, const SBox& box, long time) {
         t.m_Width += kSizeGain * (box.Width() - t.m_Width);
         t.m_Height += kSizeGain * (box.Height() - t.m_Height);
     }
+    const SBox before = t.m_Box;
     t.m_Box = box;
     t.m_AtBorder = AtBorder(box);
     t.m_LastSeen = time;
@@ -312,17 +315,18 @@ void CBoxTracker::Observe(STrack& t, const SBox& box, long time) {
     }
     t.m_State = t.m_Confirmed ? ETrackState::Tracked : ETrackState::Tentative;
     if (t.m_Hits > 1) {
-        UpdateStill(t, box, time);
+        UpdateStill(t, box, before, time);
     }
 }
 
 void CBoxTracker::HoldInside(STrack& t, const SBox& box, long time) {
     t.m_X = Clamp(t.m_X, box.m_Left + 0.5 * t.m_Width, box.m_Right - 0.5 * t.m_Width);
     t.m_Y = Clamp(t.m_Y, box.m_Top + 0.5 * t.m_Height, box.m_Bottom - 0.5 * t.m_Height);
+    const SBox before = t.m_Box;
     t.m_Box = BoxAround(t.m_X, t.m_Y, t.m_Width, t.m_Height);
     t.m_State = ETrackState::Merged;
     t.m_LastSeen = time;
-    UpdateStill(t, t.m_Box, time);
+    UpdateStill(t, t.m_Box, before, time);
 }
 
 bool CBoxTracker::AtBorder(const SBox& box) const {
@@ -331,7 +335,7 @@ bool CBoxTracker::AtBorder(const SBox& box) const {
             box.m_Right >= m_FrameWidth - kBorder || box.m_Bottom >= m_FrameHeight - kBorder);
 }
 
-void CBoxTracker::UpdateStill(STrack& t, const SBox& box, long time) {
+void CBoxTracker::UpdateStill(STrack& t, const SBox& box, const SBox& before, long time) {
     // Dwelling is standing about: fidgeting, turning, chatting, within half one's own size.
     if (std::hypot(t.m_X - t.m_DwellX, t.m_Y - t.m_DwellY) >
         0.5 * std::max(t.m_Width, t.m_Height)) {
@@ -343,13 +347,19 @@ void CBoxTracker::UpdateStill(STrack& t, const SBox& box, long time) {
     }
     const double radius = std::max(static_cast<double>(m_Config.m_StillMinRadius),
                                    m_Config.m_StillRadius * std::max(t.m_Width, t.m_Height));
-    // A box that shrinks against the picture's edge is leaving it, not fading in place.
+    // A box that shrinks within where it stood is fading into the background in place; one that
+    // shrinks against the picture's edge is leaving it.
     const bool shrankInPlace =
         !AtBorder(box) && Contains(Grown(t.m_StillBox, static_cast<int>(std::ceil(radius))), box);
     if (std::hypot(t.m_X - t.m_StillX, t.m_Y - t.m_StillY) <= radius || shrankInPlace) {
+        t.m_Moving = false;
         t.m_DisplacedSince = -1;
         return;
     }
+    // Away from where it stood - but a box that stays, or shrinks, within last frame's has not
+    // moved on this frame (the foreground's blocks move in steps; a ghost fades from one side).
+    t.m_Moving =
+        AtBorder(box) || box.Area() > before.Area() || !Contains(Grown(before, kShrinkSlack), box);
     // One stray box (a merge with noise, a missed edge) does not end a stop: the track must stay
     // away for a few frames, and then it has moved since it first left.
     if (t.m_DisplacedSince < 0) {

@@ -75,6 +75,8 @@ struct STrack {
     long m_StopEnd = -1;
     long m_DisplacedSince = -1; // when it last left its still box, while that is unconfirmed
     bool m_AtBorder = false;    // last seen cut by the picture's edge
+    bool m_Moving = false;      // on this frame, away from where it stood (not its box shrinking or
+                                // jittering in place)
     SBox m_StopBox;
     bool m_Moved = false;  // ever left its first still box
     long m_ParentStop = 0; // how long its parent had stood where it split off (ms)
@@ -133,7 +135,8 @@ private:
     void StartTracks(long time);
     void Observe(STrack& track, const SBox& box, long time);
     void HoldInside(STrack& track, const SBox& box, long time);
-    void UpdateStill(STrack& track, const SBox& box, long time);
+    // before: the track's box on the frame before.
+    void UpdateStill(STrack& track, const SBox& box, const SBox& before, long time);
     void Retire(long time);
     bool Gates(std::size_t track, const SBox& box) const;
     double Score(std::size_t track, const SBox& box) const;

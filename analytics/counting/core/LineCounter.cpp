@@ -161,13 +161,17 @@ void CLineCounter::RememberLost(long time, const std::vector<STrack>& ended) {
         if (found == m_States.end()) {
             continue;
         }
+        // Where it stood: a box fading away shrinks towards its feet.
+        STrack stood = t;
+        stood.m_X = t.m_StillX;
+        stood.m_Y = t.m_StillY;
         double x = 0;
         double y = 0;
-        ReferencePoint(t, &x, &y);
+        ReferencePoint(stood, &x, &y);
         // Near the line rather than strictly in the band: where it stood is known only roughly.
         if (m_Geometry == LINE && found->second.m_Side != 0 && !t.m_Duplicate &&
             Classify(t, x, y, 2.0) == 0) {
-            m_Lost.push_back(SLost{Grown(t.m_Box, 4), found->second, time});
+            m_Lost.push_back(SLost{Grown(Union(t.m_Box, t.m_StillBox), 4), found->second, time});
         }
         m_States.erase(found);
     }
@@ -191,13 +195,14 @@ CLineCounter::SState CLineCounter::StartState(const STrack& t) const {
             return parent->second;
         }
     }
-    if (state.m_Side != 0) {
-        return state;
-    }
+    // Born where a track was lost standing on the line: the same walker, back after fading into
+    // the background - unless it heads back the way that one came.
     for (auto lost = m_Lost.rbegin(); lost != m_Lost.rend(); ++lost) {
         const SBox& b = lost->m_Box;
         if (t.m_BornX >= b.m_Left && t.m_BornX < b.m_Right && t.m_BornY >= b.m_Top &&
-            t.m_BornY < b.m_Bottom) {
+            t.m_BornY < b.m_Bottom &&
+            (state.m_Side == 0 || (state.m_Side != lost->m_State.m_Side &&
+                                   NormalSpeedSign(t) != lost->m_State.m_Side))) {
             return lost->m_State;
         }
     }
@@ -225,7 +230,9 @@ void CLineCounter::Update(long time, const std::vector<STrack>& tracks,
             found = m_States.emplace(t.m_Id, StartState(t)).first;
         }
         SState& state = found->second;
-        if (side == 0) {
+        // A track standing still keeps its side: its box shrinking as it fades into the
+        // background moves its centre, not the one standing there.
+        if (side == 0 || !t.m_Moving) {
             continue;
         }
         if (state.m_Side != 0 && side != state.m_Side &&

@@ -10,7 +10,9 @@
 // from the left to the right of the line, looking from (x1, y1) towards (x2, y2), is an entry,
 // the other way an exit. A track that turns back is counted again, the other way.
 //
-// Only what the tracker saw counts: a coasting track's predicted point never settles a side,
+// Only what the tracker saw counts, and only while the track moves: a track standing still keeps
+// its side (a walker fading into the background from the head down moves his box's centre, not
+// himself). Also: a coasting track's predicted point never settles a side,
 // so a track that is lost and found again on the other side is counted when it is found. A track
 // that split off another, born within the band, takes the side of its parent (a walker leaving a
 // group on the line); born across the line from its parent and walking on away from it, it left a

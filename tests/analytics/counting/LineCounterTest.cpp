@@ -26,14 +26,15 @@ std::vector<int> Walk(CLineCounter& counter, const std::vector<SPoint>& points,
     t.m_Id = id;
     t.m_ParentId = parent;
     t.m_Confirmed = true;
+    t.m_Moving = true;
     t.m_Width = 16;
     t.m_Height = 40;
     t.m_BornX = points.front().m_X;
     t.m_BornY = points.front().m_Y;
     long time = 0;
     for (const SPoint& p : points) {
-        t.m_X = p.m_X;
-        t.m_Y = p.m_Y;
+        t.m_X = t.m_StillX = p.m_X;
+        t.m_Y = t.m_StillY = p.m_Y;
         t.m_State = p.m_State;
         counter.Update(time, {t}, {}, crossings);
         time += 40;
@@ -121,6 +122,35 @@ TEST(LineCounter, TurningBackCountsBothWaysAndOccupancyNeverGoesNegative) {
     EXPECT_EQ(counter.Occupancy(), 1);
 }
 
+TEST(LineCounter, AStandingTrackKeepsItsSide) {
+    // Someone stops on the line and fades into the background from the head down: his box's
+    // centre sinks across the line, but he does not move.
+    CLineCounter counter;
+    counter.SetLine(0, 120, 352, 120);
+    std::vector<SCrossing> crossings;
+    STrack t;
+    t.m_Id = 1;
+    t.m_Confirmed = true;
+    t.m_Width = 16;
+    t.m_Height = 40;
+    t.m_BornX = 100;
+    t.m_BornY = 60;
+    long time = 0;
+    for (double y = 60; y <= 118; y += 2, time += 40) {
+        t.m_X = 100;
+        t.m_Y = y;
+        t.m_Moving = true;
+        counter.Update(time, {t}, {}, crossings);
+    }
+    for (double y = 118; y <= 136; y += 2, time += 40) {
+        t.m_Y = y;
+        t.m_Moving = false;
+        counter.Update(time, {t}, {}, crossings);
+    }
+    EXPECT_TRUE(crossings.empty());
+    EXPECT_EQ(counter.SideOf(1), -1);
+}
+
 TEST(LineCounter, OnlyWhatWasSeenCounts) {
     CLineCounter counter;
     counter.SetLine(0, 120, 352, 120);
@@ -151,12 +181,13 @@ TEST(LineCounter, CrossingsWhileBeingConfirmedAndAfterASplitCount) {
     STrack t;
     t.m_Id = 5;
     t.m_Confirmed = true;
+    t.m_Moving = true;
     t.m_Width = 16;
     t.m_Height = 40;
     t.m_BornX = 100;
     t.m_BornY = 90;
-    t.m_X = 100;
-    t.m_Y = 150;
+    t.m_X = t.m_StillX = 100;
+    t.m_Y = t.m_StillY = 150;
     std::vector<SCrossing> crossings;
     counter.Update(0, {t}, {}, crossings);
     ASSERT_EQ(crossings.size(), 1U);

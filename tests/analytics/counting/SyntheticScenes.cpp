@@ -303,12 +303,18 @@ SScene Pause(long pauseMs, std::uint32_t seed) {
 
 SCountRun CountScene(const SScene& scene, const zor::counting::STrackerConfig& tracker,
                      const zor::counting::SCounterConfig& counter) {
+    return CountFrames(RenderScene(scene), scene, tracker, counter);
+}
+
+SCountRun CountFrames(const std::vector<SFrame>& frames, const SScene& scene,
+                      const zor::counting::STrackerConfig& tracker,
+                      const zor::counting::SCounterConfig& counter) {
     zor::counting::CBoxTracker boxTracker(tracker);
     boxTracker.SetFrameSize(scene.m_Width, scene.m_Height);
     zor::counting::CLineCounter lineCounter(counter);
     lineCounter.SetLine(0, kLineY, scene.m_Width, kLineY);
     SCountRun run;
-    for (const SFrame& frame : RenderScene(scene)) {
+    for (const SFrame& frame : frames) {
         boxTracker.Update(frame.m_Time, frame.m_Boxes.data(), frame.m_Boxes.size());
         lineCounter.Update(frame.m_Time, boxTracker.Tracks(), boxTracker.Ended(), run.m_Crossings);
     }
@@ -338,11 +344,16 @@ SCrossingScore ScoreCrossings(const std::vector<STrueCrossing>& truth,
 
 SLeftObjectRun DetectLeftObjects(const SScene& scene, long duration,
                                  const zor::counting::SLeftObjectConfig& config) {
+    return DetectLeftObjectsIn(RenderScene(scene), scene, duration, config);
+}
+
+SLeftObjectRun DetectLeftObjectsIn(const std::vector<SFrame>& frames, const SScene& scene,
+                                   long duration, const zor::counting::SLeftObjectConfig& config) {
     zor::counting::CBoxTracker boxTracker;
     boxTracker.SetFrameSize(scene.m_Width, scene.m_Height);
     zor::counting::CLeftObjectDetector detector(config);
     SLeftObjectRun run;
-    for (const SFrame& frame : RenderScene(scene)) {
+    for (const SFrame& frame : frames) {
         boxTracker.Update(frame.m_Time, frame.m_Boxes.data(), frame.m_Boxes.size());
         for (const auto& target :
              detector.Update(frame.m_Time, boxTracker.Tracks(), boxTracker.Ended())) {

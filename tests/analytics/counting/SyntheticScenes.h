@@ -90,6 +90,10 @@ struct SCountRun {
 };
 SCountRun CountScene(const SScene& scene, const zor::counting::STrackerConfig& tracker = {},
                      const zor::counting::SCounterConfig& counter = {});
+// The same on frames of boxes made otherwise (a real tracker on the scene's pictures).
+SCountRun CountFrames(const std::vector<SFrame>& frames, const SScene& scene,
+                      const zor::counting::STrackerConfig& tracker = {},
+                      const zor::counting::SCounterConfig& counter = {});
 
 // Counted crossings matched to true ones of the same direction within a second of each other.
 struct SCrossingScore {
@@ -116,5 +120,8 @@ struct SLeftObjectRun {
 };
 SLeftObjectRun DetectLeftObjects(const SScene& scene, long duration,
                                  const zor::counting::SLeftObjectConfig& config = {});
+SLeftObjectRun DetectLeftObjectsIn(const std::vector<SFrame>& frames, const SScene& scene,
+                                   long duration,
+                                   const zor::counting::SLeftObjectConfig& config = {});
 
 } // namespace zortest::counting
