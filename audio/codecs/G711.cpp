@@ -1,5 +1,7 @@
 #include "audio/codecs/G711.h"
 
+#include <cstring>
+
 namespace zor::g711 {
 namespace {
 
@@ -13,11 +15,11 @@ constexpr std::array<std::int16_t, 256> MakeDecodeTable(ELaw law) {
 }
 
 template <std::size_t N> constexpr std::array<std::uint8_t, N> MakeEncodeTable(ELaw law) {
-    // Entry i stands for every sample whose top bits equal i - N / 2.
+    // Entry i stands for every sample whose top bits, read unsigned, equal i.
     const int shift = law == ELaw::MuLaw ? 2 : 3;
     std::array<std::uint8_t, N> table{};
     for (std::size_t i = 0; i < N; ++i) {
-        const int sample = (static_cast<int>(i) - static_cast<int>(N / 2)) * (1 << shift);
+        const auto sample = static_cast<std::int16_t>(static_cast<std::uint16_t>(i << shift));
         table[i] = law == ELaw::MuLaw ? MuLawEncodeFormula(sample) : ALawEncodeFormula(sample);
     }
     return table;
@@ -52,29 +54,41 @@ void Decode(ELaw law, const unsigned char* in, std::size_t count, short* out) {
 
 namespace {
 
-// One lookup a sample in a table of 2^(16 - Shift) codes: the sample's top bits, taken in int
-// (a 16-bit shift and add would be partial-register work), index the table from its middle, so
-// the offset costs nothing. Four lookups a round, all read before any code is stored: the
-// stores may alias the input as far as the compiler knows and would otherwise force a reload
-// each. This runs at the speed of a plain lookup in a table of all 65,536 samples (loads and
-// stores are the limit) with a table a quarter of its size; wider rounds, and one 64-bit load
-// with one 32-bit store a round, measured slower.
+// One lookup a sample, the index being the sample's top bits read unsigned. Eight samples a
+// round come in two 64-bit loads and are taken apart with shifts and masks in 64-bit registers;
+// all codes are read before any is stored, since the stores may alias the input as far as the
+// compiler knows. Loads and stores are the limit: a 16-bit load, shift and sign extension per
+// sample (the compiler's choice for a short) ran at 0.56 times a plain loop over a table of all
+// 65,536 samples; this runs at that loop's speed or a little above, with a table a quarter of
+// its size.
 template <int Shift>
 void EncodeWithTable(const std::uint8_t* table, const short* in, std::size_t count,
                      unsigned char* out) {
-    const std::uint8_t* middle = table + (32768 >> Shift);
+    constexpr std::uint64_t kMask = 0xFFFF >> Shift;
+    // Lane n of four little-endian samples, its top bits read unsigned.
+    const auto lane = [](std::uint64_t four, int n) {
+        return static_cast<std::uint32_t>((four >> (16 * n + Shift)) & kMask);
+    };
     std::size_t i = 0;
-    for (; i + 4 <= count; i += 4) {
-        const int s0 = in[i] >> Shift, s1 = in[i + 1] >> Shift;
-        const int s2 = in[i + 2] >> Shift, s3 = in[i + 3] >> Shift;
-        const std::uint8_t c0 = middle[s0], c1 = middle[s1], c2 = middle[s2], c3 = middle[s3];
+    for (; i + 8 <= count; i += 8) {
+        std::uint64_t low = 0, high = 0;
+        std::memcpy(&low, in + i, 8);
+        std::memcpy(&high, in + i + 4, 8);
+        const std::uint8_t c0 = table[lane(low, 0)], c1 = table[lane(low, 1)];
+        const std::uint8_t c2 = table[lane(low, 2)], c3 = table[lane(low, 3)];
+        const std::uint8_t c4 = table[lane(high, 0)], c5 = table[lane(high, 1)];
+        const std::uint8_t c6 = table[lane(high, 2)], c7 = table[lane(high, 3)];
         out[i] = c0;
         out[i + 1] = c1;
         out[i + 2] = c2;
         out[i + 3] = c3;
+        out[i + 4] = c4;
+        out[i + 5] = c5;
+        out[i + 6] = c6;
+        out[i + 7] = c7;
     }
     for (; i < count; ++i) {
-        out[i] = middle[in[i] >> Shift];
+        out[i] = table[static_cast<std::uint16_t>(in[i]) >> Shift];
     }
 }
 

@@ -71,7 +71,9 @@ constexpr std::int16_t ALawDecodeFormula(std::uint8_t code) {
 
 namespace detail {
 // Decoding: one entry per code. Encoding: mu-law by the 14-bit value, A-law by the 13-bit value
-// (the bits below never change the code), offset so that the most negative value is entry 0.
+// (the bits below never change the code), indexed by the sample's top bits read unsigned (so 0
+// and up come first, then the negative samples): the index is one zero-extending load and one
+// shift, with no sign extension on the way.
 extern const std::array<std::int16_t, 256> kMuLawToLinear;
 extern const std::array<std::int16_t, 256> kALawToLinear;
 extern const std::array<std::uint8_t, 16384> kLinearToMuLaw;
@@ -85,10 +87,10 @@ inline short ALawToLinear(unsigned char code) {
     return detail::kALawToLinear[code];
 }
 inline unsigned char LinearToMuLaw(short sample) {
-    return detail::kLinearToMuLaw[(sample >> 2) + 8192];
+    return detail::kLinearToMuLaw[static_cast<std::uint16_t>(sample) >> 2];
 }
 inline unsigned char LinearToALaw(short sample) {
-    return detail::kLinearToALaw[(sample >> 3) + 4096];
+    return detail::kLinearToALaw[static_cast<std::uint16_t>(sample) >> 3];
 }
 
 inline short ToLinear(ELaw law, unsigned char code) {
