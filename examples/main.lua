@@ -1,20 +1,39 @@
--- The main job: a WAV file goes through a graph of components and out to a new WAV file, which
--- is then read back and compared.
+-- The main job: the bundled recordings through the module's building blocks, one step at a time,
+-- each step saying what it measured. Everything it writes goes into one folder.
 --
---     zor-run examples/main.lua [IN.wav [OUT.wav]]
+--     zor-run examples/main.lua [OUTDIR]          (default: out/main-job)
 --
--- Then the same input goes through a filter script, through fan-out, pacing and merging, through
--- the audio codecs at every rate, through sound detection with a chime mixed in, and through
--- capture and playback with WAV files standing in for the sound card. Last, the bundled camera
--- clip goes through object tracking and through the video chain: motion levels, decoding, pictures.
---
--- Graph: wav_source -> sink (the script sees every packet) -> source -> wav_sink. The sink's
--- callback hands each packet straight on, so a refusal at the end would travel back to the file
--- reader; the components in the middle are where module components (filters, codecs, level
--- analysis) go.
+-- On the bundled speech (examples/data/speech.wav): a WAV round trip through script components,
+-- a filter script, fan-out, pacing and merging, the audio codecs at every rate, sound detection
+-- with a chime mixed in, capture and playback with WAV files standing in for the sound card.
+-- On the bundled camera clip (examples/data/pedestrians.mp4): motion levels, decoding and
+-- pictures, motion detection live and again from the archive it wrote, object tracking with its
+-- boxes against a mask and the sector grid, and people counted across a line.
 local here = arg[0]:match("^(.*)/") or "."
-local input = arg[1] or (here .. "/data/speech.wav")
-local output = arg[2] or os.tmpname()
+local input = here .. "/data/speech.wav"
+local camera = here .. "/data/pedestrians.mp4"
+local outdir = arg[1] or "out/main-job"
+assert(os.execute("mkdir -p '" .. outdir .. "'"), "cannot make the folder " .. outdir)
+for _, name in ipairs({ "footpath.db", "footpath.db-wal", "footpath.db-shm" }) do
+    os.remove(outdir .. "/" .. name) -- the archive is written afresh on every run
+end
+local output = outdir .. "/speech-copy.wav"
+
+-- Runs one step of the main job under a numbered heading. The step's own lines are indented
+-- under it, without the label they carry when a script runs them alone.
+local function step(number, title, label, run)
+    print(string.format("\n%d. %s", number, title))
+    local plain = print
+    print = function(text)
+        text = tostring(text)
+        plain("   " .. (text:gsub("^" .. label .. "%s+", "", 1)))
+    end
+    local ok, err = pcall(run)
+    print = plain
+    if not ok then
+        error(err, 0)
+    end
+end
 
 -- Peak and RMS of 16-bit PCM, in dB below full scale.
 local function levels(packets)
@@ -48,13 +67,12 @@ seen.onPacket = function(packet) return relay.push(packet) end
 local sent = reader.run()
 assert(reader.done and sent == seen.count(), "every packet went through")
 assert(writer.close())
-print(string.format("Zor main job on %s: %.2f s of %d Hz, %d-bit, %d-channel sound\n", input,
-    reader.duration, reader.rate, reader.bits, reader.channels))
+print(string.format("Zor main job: the bundled speech (%s, %.2f s) and camera clip (%s); "
+    .. "files go to %s/\n", input, reader.duration, camera, outdir))
 print("1. WAV round trip: file reader -> script -> file writer, then read back")
 describe("read", seen.packets())
 print(string.format("   %-10s a copy, %d packets and %d bytes of samples, to %s", "wrote",
-    writer.packets, writer.bytes, arg[2] and output
-        or "a temporary file (removed at the end; give IN.wav OUT.wav to keep one)"))
+    writer.packets, writer.bytes, output))
 
 -- 2. Read the output back and compare it with what went in.
 local check = zor.wav_source{ file = output, path = "check" }
@@ -142,46 +160,36 @@ for _, rate in ipairs(codecs.rates) do
     os.remove(result.coded_file)
 end
 
--- 6. Sound detection on the same speech: the events as they happen, a chime mixed in at the
--- first one, and a plot of the run; the WAV file and the plot stay in a folder of their own.
-local sound_dir = os.tmpname()
-os.remove(sound_dir)
-assert(os.execute("mkdir -p '" .. sound_dir .. "'"))
-dofile(here .. "/lib/sound.lua").main_job(input, sound_dir)
+step(5, "Sound detection: level analyzer and detector on the speech, a chime mixed in at the "
+    .. "first event", "sound", function()
+    dofile(here .. "/lib/sound.lua").main_job(input, outdir)
+end)
 
--- 7. Capture and playback, with a WAV file standing in for the sound card.
-dofile(here .. "/lib/capture.lua").run(input)
+step(6, "Capture and playback: WAV files stand in for the microphone and the loudspeaker",
+    "%a+", function()
+    zor.capture() -- the end of the recorded file is reported as a diagnostic: keep it quiet
+    dofile(here .. "/lib/capture.lua").run(input)
+end)
 
-if not arg[2] then
-    os.remove(output)
-end
+step(7, "Video: media source -> motion-level stamper -> decoder -> display (pictures)", "video",
+    function()
+    dofile(here .. "/lib/video.lua").main_job(camera, outdir)
+end)
 
--- 8. Object tracking on the bundled camera clip: boxes on the people walking, their collisions
--- with a stretch of the footpath, an annotated contact sheet, and the sector grid's change levels.
-local tracking_dir = os.tmpname()
-os.remove(tracking_dir)
-assert(os.execute("mkdir -p '" .. tracking_dir .. "'"))
-dofile(here .. "/lib/tracking.lua").main_job(here .. "/data/pedestrians.mp4", tracking_dir)
+step(8, "Motion detection on the stamped levels and on boxes, live and again from the archive",
+    "motion", function()
+    dofile(here .. "/lib/motion.lua").main_job(camera, outdir)
+end)
 
--- 9. Video on the bundled camera clip: motion levels stamped on the compressed packets as a
--- camera's encoder does, the frames decoded, and a contact sheet, snapshots and an annotated
--- video written into a folder of their own.
-local video_dir = os.tmpname()
-os.remove(video_dir)
-assert(os.execute("mkdir -p '" .. video_dir .. "'"))
-dofile(here .. "/lib/video.lua").main_job(here .. "/data/pedestrians.mp4", video_dir)
+step(9, "Object tracking: foreground blocks as boxes, collisions with a mask, the sector grid",
+    "%a+", function()
+    dofile(here .. "/lib/tracking.lua").main_job(camera, outdir)
+end)
 
--- 10. Motion detection on the same clip: intervals printed as they happen, the same found again
--- in the archive the run wrote, and a timeline plot; the archive and the plot stay in a folder
--- of their own.
-local motion_dir = os.tmpname()
-os.remove(motion_dir)
-assert(os.execute("mkdir -p '" .. motion_dir .. "'"))
-dofile(here .. "/lib/motion.lua").main_job(here .. "/data/pedestrians.mp4", motion_dir)
+step(10, "People counting across a line over the footpath, and left objects", "counting",
+    function()
+    dofile(here .. "/lib/counting.lua").main_job(camera, outdir)
+end)
 
--- 11. People counting on the same clip: walkers counted in each direction across a line over the
--- footpath, left-object alerts, and snapshots with the line and the tracks drawn in.
-local counting_dir = os.tmpname()
-os.remove(counting_dir)
-assert(os.execute("mkdir -p '" .. counting_dir .. "'"))
-dofile(here .. "/lib/counting.lua").main_job(here .. "/data/pedestrians.mp4", counting_dir)
+print("\nEverything above was written to " .. outdir .. "/: open the .png and .svg files in a "
+    .. "web browser or image viewer, play the .mp4 and .wav files in any player.")

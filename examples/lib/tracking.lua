@@ -155,6 +155,8 @@ function tracking.scene_changes()
     end
     sink.clear()
     local what = { [4000] = "the light switched on", [7000] = "the camera covered" }
+    print("grid     the grid on a generated scene: 4 s normal light, 3 s 30% brighter, then the "
+        .. "camera covered")
     for _, c in ipairs(changes) do
         print(string.format("grid     %5.1f s: %s change in %d of 16 sectors (%s), levels %s",
             c.time / 1000, c.scope, c.changed, what[c.time] or "?", c.map))
