@@ -129,16 +129,6 @@ void CZorAudioDecoder::DecodePacket(CKorAudioPacket* packet) {
     packet->Release();
 }
 
-bool CZorAudioDecoder::DeliverPending() {
-    while (CKorPacket* packet = m_Pending.TakeFront()) {
-        if (!DownStreamModule()->Receive(packet)) {
-            m_Pending.PutBack(packet);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorAudioDecoder::Receive(CKorPacket* packet) {
     if (m_InRecv) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
@@ -146,7 +136,7 @@ int CZorAudioDecoder::Receive(CKorPacket* packet) {
     }
     m_InRecv = 1;
     int answer = 1;
-    if (!DeliverPending()) {
+    if (!m_Pending.DeliverTo(DownStreamModule())) {
         answer = 0;
     } else if (packet->GetKind() != CKorPacket::KIND_AUDIO) {
         answer = DownStreamModule()->Receive(packet);
@@ -158,14 +148,14 @@ int CZorAudioDecoder::Receive(CKorPacket* packet) {
         } else {
             m_Pending.ChainPacket(audio); // undecodable: goes on as it came
         }
-        DeliverPending();
+        m_Pending.DeliverTo(DownStreamModule());
     }
     m_InRecv = 0;
     return answer;
 }
 
 void CZorAudioDecoder::Poll() {
-    if (DeliverPending()) {
+    if (m_Pending.DeliverTo(DownStreamModule())) {
         CKorModule::Poll();
     }
 }

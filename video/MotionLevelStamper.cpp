@@ -97,22 +97,12 @@ void CZorMotionLevelStamper::EndSequence() {
     ReleaseDone(true);
 }
 
-bool CZorMotionLevelStamper::DeliverPending() {
-    while (CKorPacket* packet = m_Pending.TakeFront()) {
-        if (!DownStreamModule()->Receive(packet)) {
-            m_Pending.PutBack(packet);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorMotionLevelStamper::Receive(CKorPacket* packet) {
     if (m_InRecv) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
         return 0;
     }
-    if (!DeliverPending()) {
+    if (!m_Pending.DeliverTo(DownStreamModule())) {
         return 0;
     }
     m_InRecv = 1;
@@ -141,13 +131,13 @@ int CZorMotionLevelStamper::Receive(CKorPacket* packet) {
     m_Held.push_back(held);
     TakeDecodedFrames();
     ReleaseDone(false);
-    DeliverPending();
+    m_Pending.DeliverTo(DownStreamModule());
     m_InRecv = 0;
     return 1;
 }
 
 void CZorMotionLevelStamper::Poll() {
-    if (DeliverPending()) {
+    if (m_Pending.DeliverTo(DownStreamModule())) {
         CKorModule::Poll();
     }
 }

@@ -18,22 +18,12 @@ void CZorVideoDecompressorModule::CollectFrames() {
     }
 }
 
-bool CZorVideoDecompressorModule::DeliverPending() {
-    while (CKorPacket* packet = m_Pending.TakeFront()) {
-        if (!DownStreamModule()->Receive(packet)) {
-            m_Pending.PutBack(packet);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorVideoDecompressorModule::Receive(CKorPacket* packet) {
     if (m_InRecv) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
         return 0;
     }
-    if (!DeliverPending()) {
+    if (!m_Pending.DeliverTo(DownStreamModule())) {
         return 0;
     }
     m_InRecv = 1;
@@ -67,13 +57,13 @@ int CZorVideoDecompressorModule::Receive(CKorPacket* packet) {
         m_Pending.ChainPacket(packet);
         break;
     }
-    DeliverPending();
+    m_Pending.DeliverTo(DownStreamModule());
     m_InRecv = 0;
     return 1;
 }
 
 void CZorVideoDecompressorModule::Poll() {
-    if (DeliverPending()) {
+    if (m_Pending.DeliverTo(DownStreamModule())) {
         CKorModule::Poll();
     }
 }
