@@ -165,13 +165,7 @@ CVideoFilterCom::CVideoFilterCom()
 CVideoFilterCom::~CVideoFilterCom() = default;
 
 CKorModule* CVideoFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CVideoFilterCom>& CVideoFilterCom::PropertyMap() {

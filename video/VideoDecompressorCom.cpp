@@ -85,13 +85,7 @@ CZorVideoDecompressorCom::CZorVideoDecompressorCom(const char* dataPath)
 CZorVideoDecompressorCom::~CZorVideoDecompressorCom() = default;
 
 CKorModule* CZorVideoDecompressorCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CZorVideoDecompressorCom>& CZorVideoDecompressorCom::PropertyMap() {

@@ -68,13 +68,7 @@ CZorMetadataFilterCom::~CZorMetadataFilterCom() {
 }
 
 CKorModule* CZorMetadataFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 int CZorMetadataFilterCom::ModeHandler(CBelString* value, int set) {
