@@ -289,18 +289,9 @@ void CAudioSampleMixerCom::CallMixingDone(const CBelString& identifier) {
     if (!m_pMixingDoneCallback) {
         return;
     }
-    // The script may drop the callback or its last reference to the mixer during the call.
-    IJokCommand* callback = m_pMixingDoneCallback;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        context.AddParam(nullptr, identifier);
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
-    }
-    callback->Release();
-    ExternalRelease(); // may delete the mixer: nothing may follow
+    CJokCommandContext context;
+    context.AddParam(nullptr, identifier);
+    CallScript(m_pMixingDoneCallback, context); // the mixer may be gone with the context
 }
 
 int CreateAudioSampleMixer(CJokCommandContext* context) {

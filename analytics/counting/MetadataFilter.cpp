@@ -138,15 +138,9 @@ void CZorMetadataFilterCom::Call(IJokCommand* callback, const double* values, in
     if (!callback) {
         return;
     }
-    // The callback may clear its own property or drop the script's last reference to us.
-    callback->AddRef();
-    ExternalAddRef();
     CJokCommandContext context;
     for (int i = 0; i < count; ++i) {
         context.AddParam(nullptr, values[i]);
     }
-    context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-    callback->CallMethod(&context);
-    callback->Release();
-    ExternalRelease();
+    CallScript(callback, context);
 }

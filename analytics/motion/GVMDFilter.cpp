@@ -144,20 +144,11 @@ void CZorGVMDFilter::SignalCollision(long time, bool collision, double realTime)
     if (!m_pIGVMD) {
         return;
     }
-    // The script may drop the callback or its last reference to the filter from inside.
-    IJokCommand* callback = m_pIGVMD;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        context.AddParam(nullptr, realTime);
-        context.AddParam(nullptr, collision ? 1 : 0);
-        context.AddParam(nullptr, static_cast<double>(time));
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
-    }
-    callback->Release();
-    ExternalRelease();
+    CJokCommandContext context;
+    context.AddParam(nullptr, realTime);
+    context.AddParam(nullptr, collision ? 1 : 0);
+    context.AddParam(nullptr, static_cast<double>(time));
+    CallScript(m_pIGVMD, context);
 }
 
 const CJokPropertyMap<CZorGVMDFilter>& CZorGVMDFilter::PropertyMap() {

@@ -158,23 +158,14 @@ void CVMDFilter::SignalMotion(long, bool motion) {
     if (!m_pIVMD) {
         return;
     }
-    // The script may drop the callback or its last reference to the filter from inside.
-    IJokCommand* callback = m_pIVMD;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        if (m_LevelUnavailable) {
-            m_LevelUnavailable = false;
-            context.AddParamNoRef(nullptr, CJokGdNull::Allocate());
-        } else {
-            context.AddParam(nullptr, motion ? 1 : 0);
-        }
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
+    CJokCommandContext context;
+    if (m_LevelUnavailable) {
+        m_LevelUnavailable = false;
+        context.AddParamNoRef(nullptr, CJokGdNull::Allocate());
+    } else {
+        context.AddParam(nullptr, motion ? 1 : 0);
     }
-    callback->Release();
-    ExternalRelease();
+    CallScript(m_pIVMD, context);
 }
 
 void CVMDFilter::ResetDetection() {

@@ -70,27 +70,18 @@ void CZorVideoProcessingModuleCom::SignalChange(long time) {
         return;
     }
     const CZorSectorGrid& grid = m_pModule->Grid();
-    // The script may drop the callback or its last reference to the component from inside.
-    IJokCommand* callback = m_pIOnChange;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokGdVector* levels = CJokGdVector::Allocate(grid.SectorCount());
-        for (int i = 0; i < grid.SectorCount(); ++i) {
-            CJokGenericData* level = CJokGdDouble::Allocate(grid.Level(i));
-            levels->SetElement(i, level);
-            level->Release();
-        }
-        CJokCommandContext context;
-        context.AddParam(nullptr, static_cast<double>(time));
-        context.AddParam(nullptr, static_cast<double>(grid.ChangedCount()));
-        context.AddParam(nullptr, kScopes[grid.Scope()]);
-        context.AddParamNoRef(nullptr, levels);
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
+    CJokGdVector* levels = CJokGdVector::Allocate(grid.SectorCount());
+    for (int i = 0; i < grid.SectorCount(); ++i) {
+        CJokGenericData* level = CJokGdDouble::Allocate(grid.Level(i));
+        levels->SetElement(i, level);
+        level->Release();
     }
-    callback->Release();
-    ExternalRelease();
+    CJokCommandContext context;
+    context.AddParam(nullptr, static_cast<double>(time));
+    context.AddParam(nullptr, static_cast<double>(grid.ChangedCount()));
+    context.AddParam(nullptr, kScopes[grid.Scope()]);
+    context.AddParamNoRef(nullptr, levels);
+    CallScript(m_pIOnChange, context);
 }
 
 template <class T>
