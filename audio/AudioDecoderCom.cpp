@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace {
 
@@ -172,13 +171,7 @@ CAudioDecoderCom::CAudioDecoderCom() : CKor2PinComponent("AudioDecoder") {
 }
 
 CKorModule* CAudioDecoderCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioDecoder);
+    return OnePathContext(path, kPath, [] { return new CZorAudioDecoder; });
 }
 
 const CJokPropertyMap<CAudioDecoderCom>& CAudioDecoderCom::PropertyMap() {

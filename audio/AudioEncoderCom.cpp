@@ -7,8 +7,6 @@
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 
-#include <cstring>
-
 namespace {
 
 constexpr const char* kPath = "audio";
@@ -128,13 +126,7 @@ CAudioEncoderCom::CAudioEncoderCom() : CKor2PinComponent("AudioEncoder") {
 }
 
 CKorModule* CAudioEncoderCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioEncoder);
+    return OnePathContext(path, kPath, [] { return new CZorAudioEncoder; });
 }
 
 const CJokPropertyMap<CAudioEncoderCom>& CAudioEncoderCom::PropertyMap() {

@@ -165,13 +165,7 @@ CAudioSampleMixerCom::~CAudioSampleMixerCom() {
 }
 
 CKorModule* CAudioSampleMixerCom::CreateContext(const char* path) {
-    if (!path || m_Path != path) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioSampleMixer);
+    return OnePathContext(path, m_Path.c_str(), [] { return new CZorAudioSampleMixer; });
 }
 
 const CJokPropertyMap<CAudioSampleMixerCom>& CAudioSampleMixerCom::PropertyMap() {

@@ -9,7 +9,6 @@
 #include "video/VideoFrame.h"
 
 #include <cmath>
-#include <cstring>
 
 namespace {
 
@@ -56,13 +55,7 @@ CZorVideoProcessingModuleCom::~CZorVideoProcessingModuleCom() {
 }
 
 CKorModule* CZorVideoProcessingModuleCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorVideoProcessingModule);
+    return OnePathContext(path, kPath, [] { return new CZorVideoProcessingModule; });
 }
 
 void CZorVideoProcessingModuleCom::SignalChange(long time) {
