@@ -231,14 +231,9 @@ int CVideoFilterCom::RegionHandler(CJokGenericData** value, int set) {
     CZorMotionLevelStamper::SRegion& region = m_pModule->Region();
     if (!set) {
         const bool whole = region.m_Width <= 0;
-        CJokGdVector* vector = CJokGdVector::Allocate(whole ? 0 : 4);
-        const int fields[] = {region.m_X, region.m_Y, region.m_Width, region.m_Height};
-        for (int i = 0; !whole && i < 4; ++i) {
-            CJokGdDouble* number = CJokGdDouble::Allocate(fields[i]);
-            vector->SetElement(i, number);
-            number->Release();
-        }
-        *value = vector;
+        const double fields[] = {double(region.m_X), double(region.m_Y), double(region.m_Width),
+                                 double(region.m_Height)};
+        *value = CJokGdVector::AllocateNumbers(fields, whole ? 0 : 4);
         return 1;
     }
     // The script's null, or an empty vector: the whole picture. Else x, y, width, height.

@@ -28,16 +28,6 @@ constexpr double kMaxDelayMs = 2147483647.0;
 // The replay's step is 1000 / fps ms and must stay at least 1 ms.
 constexpr int kMaxArchiveFps = 1000;
 
-CJokGdVector* NumberVector(const std::vector<double>& values) {
-    CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(values.size()));
-    for (size_t i = 0; i < values.size(); ++i) {
-        CJokGdDouble* number = CJokGdDouble::Allocate(values[i]);
-        vector->SetElement(static_cast<int>(i), number);
-        number->Release();
-    }
-    return vector;
-}
-
 } // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -388,7 +378,10 @@ int CVMDFilter::GetTrace(CJokCommandContext* context) {
         baselines.push_back(sum / static_cast<double>(last - first));
     }
     CJokGdVector* result = CJokGdVector::Allocate(3);
-    CJokGdVector* series[3] = {NumberVector(times), NumberVector(levels), NumberVector(baselines)};
+    const int count = static_cast<int>(times.size());
+    CJokGdVector* series[3] = {CJokGdVector::AllocateNumbers(times.data(), count),
+                               CJokGdVector::AllocateNumbers(levels.data(), count),
+                               CJokGdVector::AllocateNumbers(baselines.data(), count)};
     for (int i = 0; i < 3; ++i) {
         result->SetElement(i, series[i]);
         series[i]->Release();

@@ -9,11 +9,21 @@
 #include "video/VideoFrame.h"
 
 #include <cmath>
+#include <vector>
 
 namespace {
 
 constexpr const char* kPath = "video";
 constexpr const char* kScopes[] = {"none", "local", "global"};
+
+// The sectors' change levels as a new vector value.
+CJokGdVector* LevelsVector(const CZorSectorGrid& grid) {
+    std::vector<double> levels(static_cast<size_t>(grid.SectorCount()));
+    for (int i = 0; i < grid.SectorCount(); ++i) {
+        levels[static_cast<size_t>(i)] = grid.Level(i);
+    }
+    return CJokGdVector::AllocateNumbers(levels.data(), grid.SectorCount());
+}
 
 } // namespace
 
@@ -63,17 +73,11 @@ void CZorVideoProcessingModuleCom::SignalChange(long time) {
         return;
     }
     const CZorSectorGrid& grid = m_pModule->Grid();
-    CJokGdVector* levels = CJokGdVector::Allocate(grid.SectorCount());
-    for (int i = 0; i < grid.SectorCount(); ++i) {
-        CJokGenericData* level = CJokGdDouble::Allocate(grid.Level(i));
-        levels->SetElement(i, level);
-        level->Release();
-    }
     CJokCommandContext context;
     context.AddParam(nullptr, static_cast<double>(time));
     context.AddParam(nullptr, static_cast<double>(grid.ChangedCount()));
     context.AddParam(nullptr, kScopes[grid.Scope()]);
-    context.AddParamNoRef(nullptr, levels);
+    context.AddParamNoRef(nullptr, LevelsVector(grid));
     CallScript(m_pIOnChange, context);
 }
 
@@ -151,14 +155,7 @@ int CZorVideoProcessingModuleCom::LevelsHandler(CJokGenericData** value, int set
     if (set) {
         return 0;
     }
-    const CZorSectorGrid& grid = m_pModule->Grid();
-    CJokGdVector* levels = CJokGdVector::Allocate(grid.SectorCount());
-    for (int i = 0; i < grid.SectorCount(); ++i) {
-        CJokGenericData* level = CJokGdDouble::Allocate(grid.Level(i));
-        levels->SetElement(i, level);
-        level->Release();
-    }
-    *value = levels;
+    *value = LevelsVector(m_pModule->Grid());
     return 1;
 }
 
