@@ -1,6 +1,7 @@
 #include "analytics/motion/ArchiveIntervals.h"
 
 #include "analytics/motion/MotionTime.h"
+#include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/kor/AttributeSource.h"
 
@@ -43,6 +44,12 @@ int ArchiveSourceHandler(IJokArchiveAttributeSource** slot, IUnknown** value, in
     }
     *slot = source;
     return 1;
+}
+
+void DumpReadFailure(IJokArchiveAttributeSource* source, const char* where) {
+    const char* reason = source->GetLastError();
+    BelDump("%s -> Error retrieving attribute values%s%s\n", where, reason && *reason ? ": " : "",
+            reason ? reason : "");
 }
 
 void CArchiveIntervals::Begin() {

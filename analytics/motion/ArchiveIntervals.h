@@ -29,6 +29,8 @@ bool ReadArchiveRange(CJokCommandContext* context, const char* method, SArchiveR
 // The "source" property handler over the filter's slot, which holds one reference. The property
 // map has already queried the object for the interface.
 int ArchiveSourceHandler(IJokArchiveAttributeSource** slot, IUnknown** value, int set);
+// A failed read, with the source's reason when it gives one, as the "where -> ..." line.
+void DumpReadFailure(IJokArchiveAttributeSource* source, const char* where);
 
 // Turns a replay's start and stop signals into intervals, in ms from the offset: the internal
 // time at which the first range of a run of continued searches began.

@@ -334,9 +334,7 @@ int CZorArchiveGVMDFilter::FindCollisions(CJokCommandContext* context) {
 }
 
 void CZorArchiveGVMDFilter::ReadFailed() {
-    const char* reason = m_pSource->GetLastError();
-    BelDump("CZorArchiveGVMDFilter::Replay -> Error retrieving attribute values%s%s\n",
-            reason && *reason ? ": " : "", reason ? reason : "");
+    zormotion::DumpReadFailure(m_pSource, "CZorArchiveGVMDFilter::Replay");
 }
 
 void CZorArchiveGVMDFilter::CatchUp(std::int32_t time, const CKorMetadataHandler* held) {

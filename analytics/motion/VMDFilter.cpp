@@ -480,9 +480,7 @@ bool CArchiveVMDFilter::ReadRow(std::int32_t* time, std::int32_t* level) {
     if (m_pSource->ReadLong(KOR_ATTR_TIME, time) && m_pSource->ReadLong(KOR_ATTR_LEVEL, level)) {
         return true;
     }
-    const char* reason = m_pSource->GetLastError();
-    BelDump("CArchiveVMDFilter::RetrieveLevels -> Error retrieving attribute values%s%s\n",
-            reason && *reason ? ": " : "", reason ? reason : "");
+    zormotion::DumpReadFailure(m_pSource, "CArchiveVMDFilter::RetrieveLevels");
     return false;
 }
 
