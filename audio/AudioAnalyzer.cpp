@@ -6,7 +6,6 @@
 #include "framework/kor/Packet.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -65,13 +64,7 @@ CAudioAnalyzerCom::CAudioAnalyzerCom() : CKor2PinComponent("AudioAnalyzer") {
 }
 
 CKorModule* CAudioAnalyzerCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioAnalyzer);
+    return OnePathContext(path, kPath, [] { return new CZorAudioAnalyzer; });
 }
 
 const CJokPropertyMap<CAudioAnalyzerCom>& CAudioAnalyzerCom::PropertyMap() {

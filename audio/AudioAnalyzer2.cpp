@@ -8,7 +8,6 @@
 #include "framework/kor/Packet.h"
 
 #include <cmath>
-#include <cstring>
 
 namespace {
 
@@ -61,13 +60,7 @@ CAudioAnalyzer2Com::CAudioAnalyzer2Com() : CKor2PinComponent("AudioAnalyzer2") {
 }
 
 CKorModule* CAudioAnalyzer2Com::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioAnalyzer2(this));
+    return OnePathContext(path, kPath, [this] { return new CZorAudioAnalyzer2(this); });
 }
 
 const CJokPropertyMap<CAudioAnalyzer2Com>& CAudioAnalyzer2Com::PropertyMap() {

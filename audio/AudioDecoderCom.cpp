@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace {
 
@@ -129,16 +128,6 @@ void CZorAudioDecoder::DecodePacket(CKorAudioPacket* packet) {
     packet->Release();
 }
 
-bool CZorAudioDecoder::DeliverPending() {
-    while (CKorPacket* packet = m_Pending.TakeFront()) {
-        if (!DownStreamModule()->Receive(packet)) {
-            m_Pending.PutBack(packet);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorAudioDecoder::Receive(CKorPacket* packet) {
     if (m_InRecv) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
@@ -146,7 +135,7 @@ int CZorAudioDecoder::Receive(CKorPacket* packet) {
     }
     m_InRecv = 1;
     int answer = 1;
-    if (!DeliverPending()) {
+    if (!m_Pending.DeliverTo(DownStreamModule())) {
         answer = 0;
     } else if (packet->GetKind() != CKorPacket::KIND_AUDIO) {
         answer = DownStreamModule()->Receive(packet);
@@ -158,14 +147,14 @@ int CZorAudioDecoder::Receive(CKorPacket* packet) {
         } else {
             m_Pending.ChainPacket(audio); // undecodable: goes on as it came
         }
-        DeliverPending();
+        m_Pending.DeliverTo(DownStreamModule());
     }
     m_InRecv = 0;
     return answer;
 }
 
 void CZorAudioDecoder::Poll() {
-    if (DeliverPending()) {
+    if (m_Pending.DeliverTo(DownStreamModule())) {
         CKorModule::Poll();
     }
 }
@@ -182,13 +171,7 @@ CAudioDecoderCom::CAudioDecoderCom() : CKor2PinComponent("AudioDecoder") {
 }
 
 CKorModule* CAudioDecoderCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioDecoder);
+    return OnePathContext(path, kPath, [] { return new CZorAudioDecoder; });
 }
 
 const CJokPropertyMap<CAudioDecoderCom>& CAudioDecoderCom::PropertyMap() {

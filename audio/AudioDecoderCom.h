@@ -59,9 +59,6 @@ public:
     int PendingCount() const { return m_Pending.Count(); }
 
 private:
-    // Offers pending packets downstream, oldest first; answers whether none is left.
-    bool DeliverPending();
-
     std::unique_ptr<CAudioDecoderImpl> m_pDecoder;
     int m_DecoderBits = 0;        // bits per code of the current decoder's format
     long m_LastFormatSeq = -1;    // the input's format sequence number last seen

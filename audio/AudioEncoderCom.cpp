@@ -7,8 +7,6 @@
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 
-#include <cstring>
-
 namespace {
 
 constexpr const char* kPath = "audio";
@@ -93,34 +91,24 @@ void CZorAudioEncoder::ProcessPacket() {
         }
         m_pPacket->Release();
         m_pPacket = nullptr;
-        DeliverPieces();
+        m_Pieces.DeliverTo(DownStreamModule());
         return;
     }
     m_pPacket->Release();
     m_pPacket = first; // an empty input gives an empty packet of the output format
 }
 
-bool CZorAudioEncoder::DeliverPieces() {
-    while (CKorPacket* piece = m_Pieces.TakeFront()) {
-        if (!DownStreamModule()->Receive(piece)) {
-            m_Pieces.PutBack(piece);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorAudioEncoder::Receive(CKorPacket* packet) {
     // Pieces are only queued while nothing is pending in the base, so draining them first keeps
     // the output in order.
-    if (!m_InRecv && !DeliverPieces()) {
+    if (!m_InRecv && !m_Pieces.DeliverTo(DownStreamModule())) {
         return 0;
     }
     return CKorUnbufferedModule::Receive(packet);
 }
 
 void CZorAudioEncoder::Poll() {
-    if (!DeliverPieces()) {
+    if (!m_Pieces.DeliverTo(DownStreamModule())) {
         return;
     }
     CKorUnbufferedModule::Poll();
@@ -138,13 +126,7 @@ CAudioEncoderCom::CAudioEncoderCom() : CKor2PinComponent("AudioEncoder") {
 }
 
 CKorModule* CAudioEncoderCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioEncoder);
+    return OnePathContext(path, kPath, [] { return new CZorAudioEncoder; });
 }
 
 const CJokPropertyMap<CAudioEncoderCom>& CAudioEncoderCom::PropertyMap() {

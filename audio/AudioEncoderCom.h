@@ -56,9 +56,6 @@ protected:
     void ProcessPacket() override;
 
 private:
-    // Offers the waiting pieces downstream, oldest first; answers whether none is left.
-    bool DeliverPieces();
-
     std::unique_ptr<CAudioEncoderImpl> m_pEncoder;
     CBelString m_sFormat;
     CKorPacketChainer m_Pieces; // pieces of a cut input that downstream has not yet taken

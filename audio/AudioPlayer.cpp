@@ -4,8 +4,6 @@
 #include "framework/jok/PropertyMap.h"
 #include "framework/kor/Packet.h"
 
-#include <cstring>
-
 namespace {
 
 constexpr const char* kPath = "audio";
@@ -227,13 +225,7 @@ CAudioPlayerCom::CAudioPlayerCom() : CKorInputPinComponent("AudioPlayer") {
 }
 
 CKorModule* CAudioPlayerCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioPlayer);
+    return OnePathContext(path, kPath, [] { return new CZorAudioPlayer; });
 }
 
 const CJokPropertyMap<CAudioPlayerCom>& CAudioPlayerCom::PropertyMap() {

@@ -165,13 +165,7 @@ CAudioSampleMixerCom::~CAudioSampleMixerCom() {
 }
 
 CKorModule* CAudioSampleMixerCom::CreateContext(const char* path) {
-    if (!path || m_Path != path) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioSampleMixer);
+    return OnePathContext(path, m_Path.c_str(), [] { return new CZorAudioSampleMixer; });
 }
 
 const CJokPropertyMap<CAudioSampleMixerCom>& CAudioSampleMixerCom::PropertyMap() {
@@ -289,18 +283,9 @@ void CAudioSampleMixerCom::CallMixingDone(const CBelString& identifier) {
     if (!m_pMixingDoneCallback) {
         return;
     }
-    // The script may drop the callback or its last reference to the mixer during the call.
-    IJokCommand* callback = m_pMixingDoneCallback;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        context.AddParam(nullptr, identifier);
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
-    }
-    callback->Release();
-    ExternalRelease(); // may delete the mixer: nothing may follow
+    CJokCommandContext context;
+    context.AddParam(nullptr, identifier);
+    CallScript(m_pMixingDoneCallback, context); // the mixer may be gone with the context
 }
 
 int CreateAudioSampleMixer(CJokCommandContext* context) {

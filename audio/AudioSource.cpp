@@ -462,13 +462,7 @@ CAudioSrcCom::CAudioSrcCom() : CKorOutputPinComponent("AudioSrc") {
 }
 
 CKorModule* CAudioSrcCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorAudioSource);
+    return OnePathContext(path, kPath, [] { return new CZorAudioSource; });
 }
 
 const CJokPropertyMap<CAudioSrcCom>& CAudioSrcCom::PropertyMap() {

@@ -104,17 +104,8 @@ void CDetector::Update(CBelSubject* subject, int event) {
 }
 
 void CDetector::CallOnDetect(bool detected, double time) {
-    // The script may drop the callback or its last reference to the detector during the call.
-    IJokCommand* callback = m_pIOnDetect;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        context.AddBooleanParam(nullptr, detected ? 1 : 0);
-        context.AddParam(nullptr, time);
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
-    }
-    callback->Release();
-    ExternalRelease(); // may delete the detector: nothing may follow
+    CJokCommandContext context;
+    context.AddBooleanParam(nullptr, detected ? 1 : 0);
+    context.AddParam(nullptr, time);
+    CallScript(m_pIOnDetect, context); // the detector may be gone with the context
 }

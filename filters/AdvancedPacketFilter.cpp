@@ -164,11 +164,7 @@ CAdvancedPacketFilterCom::~CAdvancedPacketFilterCom() {
 }
 
 CKorModule* CAdvancedPacketFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path))
-        return existing;
-    if (!m_pOwned)
-        return nullptr; // one module: it already serves another path
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CAdvancedPacketFilterCom>& CAdvancedPacketFilterCom::PropertyMap() {
@@ -294,15 +290,8 @@ int CAdvancedPacketFilterCom::CallbackHandler(IUnknown** value, int set) {
 void CAdvancedPacketFilterCom::CallScriptCallback() {
     if (!m_pCallback)
         return;
-    // The callback may drop its own property or the script's last reference to the component.
-    IJokCommand* callback = m_pCallback;
-    callback->AddRef();
-    ExternalAddRef();
     CJokCommandContext context;
-    context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-    callback->CallMethod(&context);
-    callback->Release();
-    ExternalRelease();
+    CallScript(m_pCallback, context);
 }
 
 bool CAdvancedPacketFilterCom::CanInject(CJokCommandContext* context, const char* method) {

@@ -359,13 +359,7 @@ CVideoDisplayCom::CVideoDisplayCom(const char* dataPath)
 CVideoDisplayCom::~CVideoDisplayCom() = default;
 
 CKorModule* CVideoDisplayCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CVideoDisplayCom>& CVideoDisplayCom::PropertyMap() {

@@ -101,10 +101,14 @@ int MediaCodecOfFourCC(std::uint32_t fourCC) {
             return codec.m_Id;
         }
     }
-    if (fourCC == FourCC("H265") || fourCC == FourCC("HVC1") || fourCC == FourCC("HEV1")) {
+    // Other names cameras give HEVC that the container tables lack.
+    if (fourCC == FourCC("H265") || fourCC == FourCC("HVC1") || fourCC == FourCC("HEV1") ||
+        fourCC == FourCC("hevc")) {
         return AV_CODEC_ID_HEVC;
     }
-    const AVCodecTag* const tables[] = {avformat_get_riff_video_tags(), nullptr};
+    // Then the container tag tables: AVI and QuickTime names ("avc1", "hvc1", "mp4v" ...).
+    const AVCodecTag* const tables[] = {avformat_get_riff_video_tags(),
+                                        avformat_get_mov_video_tags(), nullptr};
     return av_codec_get_id(tables, fourCC);
 }
 

@@ -97,22 +97,12 @@ void CZorMotionLevelStamper::EndSequence() {
     ReleaseDone(true);
 }
 
-bool CZorMotionLevelStamper::DeliverPending() {
-    while (CKorPacket* packet = m_Pending.TakeFront()) {
-        if (!DownStreamModule()->Receive(packet)) {
-            m_Pending.PutBack(packet);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorMotionLevelStamper::Receive(CKorPacket* packet) {
     if (m_InRecv) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
         return 0;
     }
-    if (!DeliverPending()) {
+    if (!m_Pending.DeliverTo(DownStreamModule())) {
         return 0;
     }
     m_InRecv = 1;
@@ -141,13 +131,13 @@ int CZorMotionLevelStamper::Receive(CKorPacket* packet) {
     m_Held.push_back(held);
     TakeDecodedFrames();
     ReleaseDone(false);
-    DeliverPending();
+    m_Pending.DeliverTo(DownStreamModule());
     m_InRecv = 0;
     return 1;
 }
 
 void CZorMotionLevelStamper::Poll() {
-    if (DeliverPending()) {
+    if (m_Pending.DeliverTo(DownStreamModule())) {
         CKorModule::Poll();
     }
 }
@@ -175,13 +165,7 @@ CVideoFilterCom::CVideoFilterCom()
 CVideoFilterCom::~CVideoFilterCom() = default;
 
 CKorModule* CVideoFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CVideoFilterCom>& CVideoFilterCom::PropertyMap() {
@@ -247,14 +231,9 @@ int CVideoFilterCom::RegionHandler(CJokGenericData** value, int set) {
     CZorMotionLevelStamper::SRegion& region = m_pModule->Region();
     if (!set) {
         const bool whole = region.m_Width <= 0;
-        CJokGdVector* vector = CJokGdVector::Allocate(whole ? 0 : 4);
-        const int fields[] = {region.m_X, region.m_Y, region.m_Width, region.m_Height};
-        for (int i = 0; !whole && i < 4; ++i) {
-            CJokGdDouble* number = CJokGdDouble::Allocate(fields[i]);
-            vector->SetElement(i, number);
-            number->Release();
-        }
-        *value = vector;
+        const double fields[] = {double(region.m_X), double(region.m_Y), double(region.m_Width),
+                                 double(region.m_Height)};
+        *value = CJokGdVector::AllocateNumbers(fields, whole ? 0 : 4);
         return 1;
     }
     // The script's null, or an empty vector: the whole picture. Else x, y, width, height.

@@ -76,7 +76,6 @@ private:
     // Moves held packets that are done to the pending list, oldest first.
     void ReleaseDone(bool all);
     void EndSequence();
-    bool DeliverPending();
 
     CZorVideoDecompressor m_Decoder;
     SZorMotionSettings m_Settings;

@@ -4,12 +4,12 @@
 #include "framework/kor/Metadata.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
+#include "video/MediaDemuxer.h"
 #include "video/VideoFrame.h"
 #include "video/core/PlaneKernels.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
@@ -52,28 +52,6 @@ std::string FourCCText(DWORD fourcc) {
         text += (c >= 32 && c < 127) ? c : '?';
     }
     return text;
-}
-
-// The codec of a compression FOURCC: the names cameras and the media source use that the
-// container tables lack, then the container tag tables of libavformat (AVI and QuickTime names:
-// "H264", "avc1", "MJPG", "hvc1" ...).
-AVCodecID CodecOfFourCC(DWORD fourcc) {
-    static constexpr struct {
-        DWORD m_FourCC;
-        AVCodecID m_Codec;
-    } kOwn[] = {
-        {MakeFourCC('H', 'E', 'V', 'C'), AV_CODEC_ID_HEVC},
-        {MakeFourCC('H', '2', '6', '5'), AV_CODEC_ID_HEVC},
-        {MakeFourCC('h', 'e', 'v', 'c'), AV_CODEC_ID_HEVC},
-    };
-    for (const auto& own : kOwn) {
-        if (own.m_FourCC == fourcc) {
-            return own.m_Codec;
-        }
-    }
-    const AVCodecTag* const tables[] = {avformat_get_riff_video_tags(),
-                                        avformat_get_mov_video_tags(), nullptr};
-    return av_codec_get_id(tables, fourcc);
 }
 
 // Codecs known to leave a picture alone once they have given it out, so that it can travel
@@ -363,7 +341,7 @@ bool CZorVideoDecompressor::SImpl::EnsureDecoder(const CKorVideoPacket* input) {
     if (const CKorVideoFormat* format = input->GetBitmapFormat()) {
         const BITMAPINFOHEADER* header = &format->Header();
         setup.assign(format->ExtraData(), format->ExtraData() + format->ExtraSize());
-        codec = CodecOfFourCC(header->biCompression);
+        codec = static_cast<AVCodecID>(MediaCodecOfFourCC(header->biCompression));
         if (codec == AV_CODEC_ID_NONE) {
             Fault(&m_ReportedSetup,
                   "unsupported compression '" + FourCCText(header->biCompression) + "'");

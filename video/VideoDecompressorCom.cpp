@@ -18,22 +18,12 @@ void CZorVideoDecompressorModule::CollectFrames() {
     }
 }
 
-bool CZorVideoDecompressorModule::DeliverPending() {
-    while (CKorPacket* packet = m_Pending.TakeFront()) {
-        if (!DownStreamModule()->Receive(packet)) {
-            m_Pending.PutBack(packet);
-            return false;
-        }
-    }
-    return true;
-}
-
 int CZorVideoDecompressorModule::Receive(CKorPacket* packet) {
     if (m_InRecv) {
         BelDisplayAssert("!m_InRecv", __FILE__, __LINE__);
         return 0;
     }
-    if (!DeliverPending()) {
+    if (!m_Pending.DeliverTo(DownStreamModule())) {
         return 0;
     }
     m_InRecv = 1;
@@ -67,13 +57,13 @@ int CZorVideoDecompressorModule::Receive(CKorPacket* packet) {
         m_Pending.ChainPacket(packet);
         break;
     }
-    DeliverPending();
+    m_Pending.DeliverTo(DownStreamModule());
     m_InRecv = 0;
     return 1;
 }
 
 void CZorVideoDecompressorModule::Poll() {
-    if (DeliverPending()) {
+    if (m_Pending.DeliverTo(DownStreamModule())) {
         CKorModule::Poll();
     }
 }
@@ -95,13 +85,7 @@ CZorVideoDecompressorCom::CZorVideoDecompressorCom(const char* dataPath)
 CZorVideoDecompressorCom::~CZorVideoDecompressorCom() = default;
 
 CKorModule* CZorVideoDecompressorCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CZorVideoDecompressorCom>& CZorVideoDecompressorCom::PropertyMap() {

@@ -46,8 +46,6 @@ public:
 private:
     // Moves decoded frames to the pending list.
     void CollectFrames();
-    // Offers pending packets downstream, oldest first; answers whether none is left.
-    bool DeliverPending();
 
     CKorPacketChainer m_Pending;
 };

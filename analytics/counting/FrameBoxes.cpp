@@ -85,11 +85,5 @@ bool ZorReadFourNumbers(CJokGenericData* value, double numbers[4]) {
 }
 
 CJokGenericData* ZorFourNumbers(const double numbers[4]) {
-    CJokGdVector* vector = CJokGdVector::Allocate(4);
-    for (int i = 0; i < 4; ++i) {
-        CJokGdDouble* number = CJokGdDouble::Allocate(numbers[i]);
-        vector->SetElement(i, number);
-        number->Release();
-    }
-    return vector;
+    return CJokGdVector::AllocateNumbers(numbers, 4);
 }

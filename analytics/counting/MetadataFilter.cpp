@@ -68,13 +68,7 @@ CZorMetadataFilterCom::~CZorMetadataFilterCom() {
 }
 
 CKorModule* CZorMetadataFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 int CZorMetadataFilterCom::ModeHandler(CBelString* value, int set) {
@@ -144,15 +138,9 @@ void CZorMetadataFilterCom::Call(IJokCommand* callback, const double* values, in
     if (!callback) {
         return;
     }
-    // The callback may clear its own property or drop the script's last reference to us.
-    callback->AddRef();
-    ExternalAddRef();
     CJokCommandContext context;
     for (int i = 0; i < count; ++i) {
         context.AddParam(nullptr, values[i]);
     }
-    context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-    callback->CallMethod(&context);
-    callback->Release();
-    ExternalRelease();
+    CallScript(callback, context);
 }

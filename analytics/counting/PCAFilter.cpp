@@ -129,13 +129,7 @@ CZorPCAFilterCom::CZorPCAFilterCom()
       m_pModule(m_pOwned.get()) {}
 
 CKorModule* CZorPCAFilterCom::CreateContext(const char* path) {
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    if (!m_pOwned) {
-        return nullptr; // one module: it already serves another path
-    }
-    return RememberContext(path, m_pOwned.release());
+    return SingleContext(path, m_pOwned);
 }
 
 const CJokPropertyMap<CZorPCAFilterCom>& CZorPCAFilterCom::PropertyMap() {

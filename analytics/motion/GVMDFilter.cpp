@@ -1,5 +1,6 @@
 #include "analytics/motion/GVMDFilter.h"
 
+#include "analytics/motion/ArchiveIntervals.h"
 #include "analytics/motion/MotionTime.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
@@ -143,20 +144,11 @@ void CZorGVMDFilter::SignalCollision(long time, bool collision, double realTime)
     if (!m_pIGVMD) {
         return;
     }
-    // The script may drop the callback or its last reference to the filter from inside.
-    IJokCommand* callback = m_pIGVMD;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        context.AddParam(nullptr, realTime);
-        context.AddParam(nullptr, collision ? 1 : 0);
-        context.AddParam(nullptr, static_cast<double>(time));
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
-    }
-    callback->Release();
-    ExternalRelease();
+    CJokCommandContext context;
+    context.AddParam(nullptr, realTime);
+    context.AddParam(nullptr, collision ? 1 : 0);
+    context.AddParam(nullptr, static_cast<double>(time));
+    CallScript(m_pIGVMD, context);
 }
 
 const CJokPropertyMap<CZorGVMDFilter>& CZorGVMDFilter::PropertyMap() {
@@ -314,91 +306,35 @@ int CZorArchiveGVMDFilter::MaskRectsProperty(CJokGenericData** value, int set) {
 }
 
 int CZorArchiveGVMDFilter::SourceProperty(IUnknown** value, int set) {
-    if (!set) {
-        if (m_pSource) {
-            m_pSource->AddRef();
-        }
-        *value = m_pSource;
-        return 1;
-    }
-    auto* source = static_cast<IJokArchiveAttributeSource*>(*value);
-    if (source) {
-        source->AddRef();
-    }
-    if (m_pSource) {
-        m_pSource->Release();
-    }
-    m_pSource = source;
-    return 1;
+    return zormotion::ArchiveSourceHandler(&m_pSource, value, set);
 }
 
 void CZorArchiveGVMDFilter::SignalCollision(long time, bool collision, double) {
-    if (collision == m_InCollision) {
-        return;
-    }
-    const auto at = static_cast<std::int32_t>(time);
-    if (collision) {
-        m_CollisionStart = at;
-        m_InCollision = true;
-    } else {
-        if (m_Collecting) {
-            m_Results.emplace_back(Elapsed(m_TimeOffset, m_CollisionStart),
-                                   at == -1 ? -1.0 : Elapsed(m_TimeOffset, at));
-        }
-        m_InCollision = false;
-    }
-    m_CollisionStart = at;
+    m_Intervals.Signal(time, collision, m_TimeOffset);
 }
 
 int CZorArchiveGVMDFilter::FindCollisions(CJokCommandContext* context) {
-    double start = 0.0;
-    double end = -1.0;
-    int continued = 0;
-    int lowState = 1;
-    context->GetParam("StartTime", &start, 1);
-    context->GetParam("EndTime", &end, 1);
-    context->GetParam("ContinuedFromPrevious", &continued, 1);
-    context->GetParam("LowState", &lowState, 1);
-    if (!context->CanProceed(0)) {
+    zormotion::SArchiveRange range;
+    if (!zormotion::ReadArchiveRange(context, "FindCollisions", &range)) {
         return 1;
     }
-    if (std::isnan(start) || std::isnan(end)) {
-        context->OutputErrorString("FindCollisions: StartTime and EndTime must be numbers (ms)");
-        context->SetReturnValueNoRef(CJokGdVector::Allocate(0));
-        return 1;
-    }
-    m_Results.clear();
-    m_Collecting = true;
-    m_InCollision = false;
-    m_CollisionStart = 0;
-    if (!continued) {
+    m_Intervals.Begin();
+    if (!range.m_Continued) {
         m_TimeOffset = 0;
         Reset();
-    } else if (!lowState) {
+    } else if (!range.m_LowState) {
         // The previous range ended in a collision: it goes on from this range's start. Internal
         // time is offset + source time, so the start is reopened there and reads back as
         // StartTime, as a reopened motion interval does.
-        SignalCollision(Later(m_TimeOffset, TruncateMs(start)), true, -1.0);
+        SignalCollision(Later(m_TimeOffset, TruncateMs(range.m_Start)), true, -1.0);
     }
-    Replay(TruncateMs(start), TruncateMs(end));
-    m_Collecting = false;
-    CJokGdVector* result = CJokGdVector::Allocate(static_cast<int>(m_Results.size()));
-    for (size_t i = 0; i < m_Results.size(); ++i) {
-        auto* info = new CGVMDCollisionInfoCom(m_Results[i].first, m_Results[i].second);
-        CJokGdObject* value = CJokGdObject::Allocate(info);
-        info->ExternalRelease();
-        result->SetElement(static_cast<int>(i), value);
-        value->Release();
-    }
-    m_Results.clear();
-    context->SetReturnValueNoRef(result);
+    Replay(TruncateMs(range.m_Start), TruncateMs(range.m_End));
+    context->SetReturnValueNoRef(m_Intervals.Finish<CGVMDCollisionInfoCom>());
     return 1;
 }
 
 void CZorArchiveGVMDFilter::ReadFailed() {
-    const char* reason = m_pSource->GetLastError();
-    BelDump("CZorArchiveGVMDFilter::Replay -> Error retrieving attribute values%s%s\n",
-            reason && *reason ? ": " : "", reason ? reason : "");
+    zormotion::DumpReadFailure(m_pSource, "CZorArchiveGVMDFilter::Replay");
 }
 
 void CZorArchiveGVMDFilter::CatchUp(std::int32_t time, const CKorMetadataHandler* held) {

@@ -25,13 +25,13 @@
 //  - The archive filter owns the metadata it reads and deletes it when the key changes.
 #pragma once
 
+#include "analytics/motion/ArchiveIntervals.h"
 #include "analytics/motion/GVMDSettings.h"
 #include "entry/ZorExport.h"
 #include "framework/kor/PinComponent.h"
 #include "framework/kor/UnbufferedModule.h"
 
 #include <cstdint>
-#include <vector>
 
 class CJokCommandContext;
 class CJokPropertyEnum;
@@ -122,10 +122,7 @@ private:
     void CatchUp(std::int32_t time, const CKorMetadataHandler* held);
     void ReadFailed();
 
-    bool m_Collecting = false;
-    std::vector<std::pair<double, double>> m_Results;
-    bool m_InCollision = false;
-    std::int32_t m_CollisionStart = 0;
+    zormotion::CArchiveIntervals m_Intervals;
     std::int32_t m_TimeOffset = 0;
     IJokArchiveAttributeSource* m_pSource = nullptr; // one reference
     long m_RowsRead = 0;

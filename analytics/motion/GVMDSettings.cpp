@@ -109,14 +109,9 @@ int CZorGVMDSettings::MaskHandler(CJokGenericData** value, int set, CBelString* 
         CJokGdVector* rects = CJokGdVector::Allocate(count);
         for (int i = 0; i < count; ++i) {
             const SKorBoundingBox& box = m_Mask.GetBox(i);
-            CJokGdVector* four = CJokGdVector::Allocate(4);
             const double v[4] = {double(box.m_Left), double(box.m_Right), double(box.m_Top),
                                  double(box.m_Bottom)};
-            for (int j = 0; j < 4; ++j) {
-                CJokGdDouble* number = CJokGdDouble::Allocate(v[j]);
-                four->SetElement(j, number);
-                number->Release();
-            }
+            CJokGdVector* four = CJokGdVector::AllocateNumbers(v, 4);
             rects->SetElement(i, four);
             four->Release();
         }

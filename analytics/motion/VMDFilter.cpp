@@ -1,5 +1,6 @@
 #include "analytics/motion/VMDFilter.h"
 
+#include "analytics/motion/ArchiveIntervals.h"
 #include "analytics/motion/MotionTime.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/CommandContext.h"
@@ -26,16 +27,6 @@ constexpr std::int32_t kNegativeLevelsBeforeNotice = 5;
 constexpr double kMaxDelayMs = 2147483647.0;
 // The replay's step is 1000 / fps ms and must stay at least 1 ms.
 constexpr int kMaxArchiveFps = 1000;
-
-CJokGdVector* NumberVector(const std::vector<double>& values) {
-    CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(values.size()));
-    for (size_t i = 0; i < values.size(); ++i) {
-        CJokGdDouble* number = CJokGdDouble::Allocate(values[i]);
-        vector->SetElement(static_cast<int>(i), number);
-        number->Release();
-    }
-    return vector;
-}
 
 } // namespace
 
@@ -157,23 +148,14 @@ void CVMDFilter::SignalMotion(long, bool motion) {
     if (!m_pIVMD) {
         return;
     }
-    // The script may drop the callback or its last reference to the filter from inside.
-    IJokCommand* callback = m_pIVMD;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokCommandContext context;
-        if (m_LevelUnavailable) {
-            m_LevelUnavailable = false;
-            context.AddParamNoRef(nullptr, CJokGdNull::Allocate());
-        } else {
-            context.AddParam(nullptr, motion ? 1 : 0);
-        }
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
+    CJokCommandContext context;
+    if (m_LevelUnavailable) {
+        m_LevelUnavailable = false;
+        context.AddParamNoRef(nullptr, CJokGdNull::Allocate());
+    } else {
+        context.AddParam(nullptr, motion ? 1 : 0);
     }
-    callback->Release();
-    ExternalRelease();
+    CallScript(m_pIVMD, context);
 }
 
 void CVMDFilter::ResetDetection() {
@@ -396,7 +378,10 @@ int CVMDFilter::GetTrace(CJokCommandContext* context) {
         baselines.push_back(sum / static_cast<double>(last - first));
     }
     CJokGdVector* result = CJokGdVector::Allocate(3);
-    CJokGdVector* series[3] = {NumberVector(times), NumberVector(levels), NumberVector(baselines)};
+    const int count = static_cast<int>(times.size());
+    CJokGdVector* series[3] = {CJokGdVector::AllocateNumbers(times.data(), count),
+                               CJokGdVector::AllocateNumbers(levels.data(), count),
+                               CJokGdVector::AllocateNumbers(baselines.data(), count)};
     for (int i = 0; i < 3; ++i) {
         result->SetElement(i, series[i]);
         series[i]->Release();
@@ -458,91 +443,36 @@ CJokPropertyEnum* CArchiveVMDFilter::GetPropertyEnumerator() {
 }
 
 int CArchiveVMDFilter::SourceHandler(IUnknown** value, int set) {
-    if (!set) {
-        if (m_pSource) {
-            m_pSource->AddRef();
-        }
-        *value = m_pSource;
-        return 1;
-    }
-    // The map has already queried the object for the interface.
-    auto* source = static_cast<IJokArchiveAttributeSource*>(*value);
-    if (source) {
-        source->AddRef();
-    }
-    if (m_pSource) {
-        m_pSource->Release();
-    }
-    m_pSource = source;
-    return 1;
+    return zormotion::ArchiveSourceHandler(&m_pSource, value, set);
 }
 
 void CArchiveVMDFilter::SignalMotion(long time, bool motion) {
-    if (motion == m_InMotion) {
-        return;
-    }
-    const auto at = static_cast<std::int32_t>(time);
-    if (motion) {
-        m_MotionStart = at;
-        m_InMotion = true;
-    } else {
-        if (m_Collecting) {
-            m_Results.emplace_back(Elapsed(m_TimeOffset, m_MotionStart),
-                                   at == -1 ? -1.0 : Elapsed(m_TimeOffset, at));
-        }
-        m_InMotion = false;
-    }
-    m_MotionStart = at;
+    m_Intervals.Signal(time, motion, m_TimeOffset);
 }
 
 int CArchiveVMDFilter::FindMotionLevels(CJokCommandContext* context) {
     double fps = 1.0;
-    double start = 0.0;
-    double end = -1.0;
-    int continued = 0;
-    int lowState = 1;
     context->GetParam("fps", &fps, 1);
-    context->GetParam("StartTime", &start, 1);
-    context->GetParam("EndTime", &end, 1);
-    context->GetParam("ContinuedFromPrevious", &continued, 1);
-    context->GetParam("LowState", &lowState, 1);
-    if (!context->CanProceed(0)) {
+    zormotion::SArchiveRange range;
+    if (!zormotion::ReadArchiveRange(context, "FindMotionLevels", &range)) {
         return 1;
     }
-    if (std::isnan(start) || std::isnan(end)) {
-        context->OutputErrorString("FindMotionLevels: StartTime and EndTime must be numbers (ms)");
-        context->SetReturnValueNoRef(CJokGdVector::Allocate(0));
-        return 1;
-    }
-    m_Results.clear();
-    m_Collecting = true;
-    m_InMotion = false;
-    m_MotionStart = 0;
+    m_Intervals.Begin();
     SetLevelUnavailable(false);
-    if (!continued) {
+    if (!range.m_Continued) {
         m_TimeOffset = 0;
         m_CarriedLevel = 0;
         ResetDetection();
     }
-    if (RetrieveLevels(TruncateMs(start), TruncateMs(end))) {
-        if (continued && !lowState) {
+    if (RetrieveLevels(TruncateMs(range.m_Start), TruncateMs(range.m_End))) {
+        if (range.m_Continued && !range.m_LowState) {
             // The previous range ended in motion: the interval goes on from this range's start.
             SignalMotion(m_TimeOffset, true);
         }
         const double rate = std::isnan(fps) ? 1.0 : std::clamp(fps, 1.0, double(kMaxArchiveFps));
         FeedLevels(static_cast<int>(rate));
     }
-    m_Collecting = false;
-    CJokGdVector* result = CJokGdVector::Allocate(static_cast<int>(m_Results.size()));
-    for (size_t i = 0; i < m_Results.size(); ++i) {
-        auto* info = new CVMDMotionInfoCom(m_Results[i].first, m_Results[i].second);
-        CJokGdObject* value = CJokGdObject::Allocate(info);
-        info->ExternalRelease();
-        result->SetElement(static_cast<int>(i), value);
-        value->Release();
-    }
-    m_Results.clear();
-    context->SetReturnValueNoRef(result);
+    context->SetReturnValueNoRef(m_Intervals.Finish<CVMDMotionInfoCom>());
     return 1;
 }
 
@@ -550,9 +480,7 @@ bool CArchiveVMDFilter::ReadRow(std::int32_t* time, std::int32_t* level) {
     if (m_pSource->ReadLong(KOR_ATTR_TIME, time) && m_pSource->ReadLong(KOR_ATTR_LEVEL, level)) {
         return true;
     }
-    const char* reason = m_pSource->GetLastError();
-    BelDump("CArchiveVMDFilter::RetrieveLevels -> Error retrieving attribute values%s%s\n",
-            reason && *reason ? ": " : "", reason ? reason : "");
+    zormotion::DumpReadFailure(m_pSource, "CArchiveVMDFilter::RetrieveLevels");
     return false;
 }
 
@@ -636,10 +564,10 @@ void CArchiveVMDFilter::FeedLevels(int fps) {
             ++k;
         };
         const auto before = [&] { return Elapsed(t, e) > 0; }; // t < e, wrapping
-        if (m_InMotion) {
+        if (m_Intervals.IsOpen()) {
             do {
                 feed();
-            } while (m_InMotion && before());
+            } while (m_Intervals.IsOpen() && before());
             while (before() && k < limit) {
                 feed();
             }
@@ -647,7 +575,7 @@ void CArchiveVMDFilter::FeedLevels(int fps) {
             do {
                 feed();
             } while (k < limit && before());
-            while (before() && m_InMotion) {
+            while (before() && m_Intervals.IsOpen()) {
                 feed();
             }
         }

@@ -28,6 +28,7 @@
 //  - Times are 32-bit ms; differences wrap.
 #pragma once
 
+#include "analytics/motion/ArchiveIntervals.h"
 #include "analytics/motion/VmdStateMachine.h"
 #include "entry/ZorExport.h"
 #include "framework/bel/BelProbed.h"
@@ -190,9 +191,6 @@ private:
     std::vector<std::int32_t> m_Levels;
     std::vector<std::int32_t> m_Times;
     std::size_t m_EntryCount = 0;
-    bool m_Collecting = false; // a "FindMotionLevels" call is under way
-    std::vector<std::pair<double, double>> m_Results;
-    bool m_InMotion = false;
-    std::int32_t m_MotionStart = 0;
+    zormotion::CArchiveIntervals m_Intervals;
     IJokArchiveAttributeSource* m_pSource = nullptr; // one reference
 };

@@ -8,7 +8,6 @@
 #include "video/VideoFrame.h"
 
 #include <chrono>
-#include <cstring>
 #if defined(__x86_64__) || defined(__i386__)
 #include <x86intrin.h>
 #endif
@@ -200,13 +199,7 @@ CZorObjectTrackingModuleCom::CZorObjectTrackingModuleCom()
 CZorObjectTrackingModuleCom::~CZorObjectTrackingModuleCom() = default;
 
 CKorModule* CZorObjectTrackingModuleCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorObjectTrackingModule);
+    return OnePathContext(path, kPath, [] { return new CZorObjectTrackingModule; });
 }
 
 const CJokPropertyMap<CZorObjectTrackingModuleCom>& CZorObjectTrackingModuleCom::PropertyMap() {

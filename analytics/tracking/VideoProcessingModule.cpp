@@ -9,12 +9,21 @@
 #include "video/VideoFrame.h"
 
 #include <cmath>
-#include <cstring>
+#include <vector>
 
 namespace {
 
 constexpr const char* kPath = "video";
 constexpr const char* kScopes[] = {"none", "local", "global"};
+
+// The sectors' change levels as a new vector value.
+CJokGdVector* LevelsVector(const CZorSectorGrid& grid) {
+    std::vector<double> levels(static_cast<size_t>(grid.SectorCount()));
+    for (int i = 0; i < grid.SectorCount(); ++i) {
+        levels[static_cast<size_t>(i)] = grid.Level(i);
+    }
+    return CJokGdVector::AllocateNumbers(levels.data(), grid.SectorCount());
+}
 
 } // namespace
 
@@ -56,13 +65,7 @@ CZorVideoProcessingModuleCom::~CZorVideoProcessingModuleCom() {
 }
 
 CKorModule* CZorVideoProcessingModuleCom::CreateContext(const char* path) {
-    if (!path || std::strcmp(path, kPath) != 0) {
-        return nullptr;
-    }
-    if (CKorModule* existing = _GetContext(path)) {
-        return existing;
-    }
-    return RememberContext(path, new CZorVideoProcessingModule);
+    return OnePathContext(path, kPath, [] { return new CZorVideoProcessingModule; });
 }
 
 void CZorVideoProcessingModuleCom::SignalChange(long time) {
@@ -70,27 +73,12 @@ void CZorVideoProcessingModuleCom::SignalChange(long time) {
         return;
     }
     const CZorSectorGrid& grid = m_pModule->Grid();
-    // The script may drop the callback or its last reference to the component from inside.
-    IJokCommand* callback = m_pIOnChange;
-    callback->AddRef();
-    ExternalAddRef();
-    {
-        CJokGdVector* levels = CJokGdVector::Allocate(grid.SectorCount());
-        for (int i = 0; i < grid.SectorCount(); ++i) {
-            CJokGenericData* level = CJokGdDouble::Allocate(grid.Level(i));
-            levels->SetElement(i, level);
-            level->Release();
-        }
-        CJokCommandContext context;
-        context.AddParam(nullptr, static_cast<double>(time));
-        context.AddParam(nullptr, static_cast<double>(grid.ChangedCount()));
-        context.AddParam(nullptr, kScopes[grid.Scope()]);
-        context.AddParamNoRef(nullptr, levels);
-        context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
-        callback->CallMethod(&context);
-    }
-    callback->Release();
-    ExternalRelease();
+    CJokCommandContext context;
+    context.AddParam(nullptr, static_cast<double>(time));
+    context.AddParam(nullptr, static_cast<double>(grid.ChangedCount()));
+    context.AddParam(nullptr, kScopes[grid.Scope()]);
+    context.AddParamNoRef(nullptr, LevelsVector(grid));
+    CallScript(m_pIOnChange, context);
 }
 
 template <class T>
@@ -167,14 +155,7 @@ int CZorVideoProcessingModuleCom::LevelsHandler(CJokGenericData** value, int set
     if (set) {
         return 0;
     }
-    const CZorSectorGrid& grid = m_pModule->Grid();
-    CJokGdVector* levels = CJokGdVector::Allocate(grid.SectorCount());
-    for (int i = 0; i < grid.SectorCount(); ++i) {
-        CJokGenericData* level = CJokGdDouble::Allocate(grid.Level(i));
-        levels->SetElement(i, level);
-        level->Release();
-    }
-    *value = levels;
+    *value = LevelsVector(m_pModule->Grid());
     return 1;
 }
 

@@ -1,6 +1,7 @@
 #include "framework/jok/Component.h"
 
 #include "framework/bel/BelDiagnostics.h"
+#include "framework/jok/CommandContext.h"
 #include "framework/jok/Property.h"
 
 const _JOKCOM_IF_Entry CJokComponent::sm_InterfaceEntries[] = {
@@ -122,4 +123,13 @@ CJokPropertyEnum* CJokComponent::XCommand::GetPropertyEnumerator() {
         BelDumpCurrentException(where.c_str(), "no properties are listed");
         return nullptr;
     }
+}
+
+void CJokComponent::CallScript(IJokCommand* callback, CJokCommandContext& context) {
+    callback->AddRef();
+    ExternalAddRef();
+    context.AddParam(nullptr, static_cast<CJokCOMObject*>(this));
+    callback->CallMethod(&context);
+    callback->Release();
+    ExternalRelease();
 }

@@ -57,6 +57,12 @@ public:
 
     static const _JOKCOM_IF_Map sm_InterfaceMap;
 
+protected:
+    // Calls a script callback with the context's arguments and this component last. The callback
+    // and the component stay alive through the call, as the script may drop either from inside;
+    // once the context goes, the component may be gone too.
+    void CallScript(IJokCommand* callback, CJokCommandContext& context);
+
 private:
     // The IJokCommand face of the component; its reference count is the component's.
     struct XCommand : IJokCommand {

@@ -89,6 +89,16 @@ CJokGdVector* CJokGdVector::Allocate(int size) {
     return new CJokGdVector(size < 0 ? 0 : size);
 }
 
+CJokGdVector* CJokGdVector::AllocateNumbers(const double* values, int count) {
+    CJokGdVector* vector = Allocate(count);
+    for (int i = 0; i < count; ++i) {
+        CJokGdDouble* number = CJokGdDouble::Allocate(values[i]);
+        vector->SetElement(i, number);
+        number->Release();
+    }
+    return vector;
+}
+
 CJokGdVector::~CJokGdVector() {
     for (CJokGenericData* element : m_Elements) {
         if (element)

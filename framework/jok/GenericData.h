@@ -113,6 +113,8 @@ class CJokGdVector : public CJokGenericData {
 public:
     // Returns a new reference to a vector of `size` empty elements (negative sizes give 0).
     static CJokGdVector* Allocate(int size);
+    // Returns a new reference to a vector of the count numbers.
+    static CJokGdVector* AllocateNumbers(const double* values, int count);
     int GetType() const override { return JOKGD_VECTOR; }
     int IsEqual(const CJokGenericData* other) const override;
 

@@ -1,5 +1,6 @@
 #include "framework/kor/PacketChainer.h"
 
+#include "framework/kor/Module.h"
 #include "framework/kor/Packet.h"
 
 CKorPacketChainer::~CKorPacketChainer() {
@@ -25,6 +26,16 @@ void CKorPacketChainer::PutBack(CKorPacket* packet) {
     if (packet) {
         m_Packets.push_front(packet);
     }
+}
+
+bool CKorPacketChainer::DeliverTo(CKorModule* module) {
+    while (CKorPacket* packet = TakeFront()) {
+        if (!module->Receive(packet)) {
+            PutBack(packet);
+            return false;
+        }
+    }
+    return true;
 }
 
 void CKorPacketChainer::ReleaseAll() {

@@ -4,6 +4,7 @@
 
 #include <deque>
 
+class CKorModule;
 class CKorPacket;
 
 class CKorPacketChainer {
@@ -23,6 +24,9 @@ public:
     CKorPacket* TakeFront();
     // Puts a packet back at the front (takes its reference): a refused packet keeps its place.
     void PutBack(CKorPacket* packet);
+    // Offers the packets to the module, oldest first, until it refuses one, which keeps its
+    // place; answers whether none is left.
+    bool DeliverTo(CKorModule* module);
     void ReleaseAll();
 
 private:

@@ -23,6 +23,7 @@
 #include "framework/bel/BelString.h"
 #include "framework/jok/Component.h"
 
+#include <cstring>
 #include <map>
 #include <memory>
 #include <vector>
@@ -109,6 +110,26 @@ protected:
     KorBusPin* PinAt(int index) { return &m_Pins[index]; }
     // Keeps a new context for the path; the bus owns it from now on. Answers it.
     CKorModule* RememberContext(const char* path, CKorModule* module);
+    // For a component that serves one named path: the module of that path, made by make() on
+    // first request (the bus owns it from then on); nullptr for any other path.
+    template <class Make>
+    CKorModule* OnePathContext(const char* path, const char* only, Make make) {
+        if (!path || std::strcmp(path, only) != 0) {
+            return nullptr;
+        }
+        if (CKorModule* existing = _GetContext(path)) {
+            return existing;
+        }
+        return RememberContext(path, make());
+    }
+    // For a component with a single module: the first path that asks takes it over (the bus
+    // owns it from then on); any other path gets nullptr.
+    template <class M> CKorModule* SingleContext(const char* path, std::unique_ptr<M>& owned) {
+        if (CKorModule* existing = _GetContext(path)) {
+            return existing;
+        }
+        return owned ? RememberContext(path, owned.release()) : nullptr;
+    }
     // Deletes every context now (each unlinks itself from its neighbours): the component leaves
     // the graph while script values may still hold it.
     void DeleteContexts();

@@ -8,29 +8,21 @@ namespace zor::counting {
 CLineCounter::CLineCounter(const SCounterConfig& config) : m_Config(config) {}
 
 bool CLineCounter::SetLine(double x1, double y1, double x2, double y2) {
-    if (!std::isfinite(x1) || !std::isfinite(y1) || !std::isfinite(x2) || !std::isfinite(y2) ||
-        std::hypot(x2 - x1, y2 - y1) < 1.0) {
-        return false;
-    }
-    m_Geometry = LINE;
-    m_Coordinates[0] = x1;
-    m_Coordinates[1] = y1;
-    m_Coordinates[2] = x2;
-    m_Coordinates[3] = y2;
-    Reset();
-    return true;
+    return Place(LINE, {x1, y1, x2, y2}, std::hypot(x2 - x1, y2 - y1) >= 1.0);
 }
 
 bool CLineCounter::SetZone(double left, double top, double right, double bottom) {
-    if (!std::isfinite(left) || !std::isfinite(top) || !std::isfinite(right) ||
-        !std::isfinite(bottom) || right - left < 1.0 || bottom - top < 1.0) {
+    return Place(ZONE, {left, top, right, bottom}, right - left >= 1.0 && bottom - top >= 1.0);
+}
+
+bool CLineCounter::Place(EGeometry geometry, const std::array<double, 4>& coordinates,
+                         bool bigEnough) {
+    if (!bigEnough || !std::all_of(coordinates.begin(), coordinates.end(),
+                                   [](double c) { return std::isfinite(c); })) {
         return false;
     }
-    m_Geometry = ZONE;
-    m_Coordinates[0] = left;
-    m_Coordinates[1] = top;
-    m_Coordinates[2] = right;
-    m_Coordinates[3] = bottom;
+    m_Geometry = geometry;
+    std::copy(coordinates.begin(), coordinates.end(), m_Coordinates);
     Reset();
     return true;
 }

@@ -32,6 +32,7 @@
 
 #include "analytics/counting/core/BoxTracker.h"
 
+#include <array>
 #include <unordered_map>
 #include <vector>
 
@@ -98,6 +99,8 @@ private:
         long m_Time;
     };
 
+    // Takes a line or zone whose coordinates are finite and which is big enough to count on.
+    bool Place(EGeometry geometry, const std::array<double, 4>& coordinates, bool bigEnough);
     void ReferencePoint(const STrack& track, double* x, double* y) const;
     void RememberLost(long time, const std::vector<STrack>& ended);
     SState StartState(const STrack& track) const;
