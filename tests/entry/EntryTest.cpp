@@ -6,77 +6,36 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
 // The registrations, in construction order.
-const std::vector<std::string> kCreationNames = {"CreateAdvancedPacketFilter",
-                                                 "CreateAttributeSetter",
-                                                 "CreateAudioAnalyzer2",
-                                                 "CreateAudioAnalyzer",
-                                                 "CreateAudioCodec",
-                                                 "CreateAudioConverter",
-                                                 "CreateAudioDecoder",
-                                                 "CreateAudioEncoder",
-                                                 "CreateAudioFmtChoose",
-                                                 "CreateAudioPlayer",
-                                                 "CreateAudioSampleMixer",
-                                                 "CreateAudioSrc",
-                                                 "IsAudioFullDuplex",
-                                                 "CreateDataBuffer",
-                                                 "CreateDebugPath",
-                                                 "CreateDelayedFeed",
-                                                 "CreateFrameDataFilter",
-                                                 "CreateGapDetector",
-                                                 "CreateGapDetector2",
-                                                 "CreateGPSFilter",
-                                                 "CreateGVMDFilter",
-                                                 "CreateArchiveGVMDFilter",
-                                                 "CreateImageDecoder",
-                                                 "CreateImageFilter",
-                                                 "CreateJoiner",
-                                                 "CreateLODFilter",
-                                                 "CreateBuffer",
-                                                 "CreateLossyBuffer",
-                                                 "CreateMetaDataWriter",
-                                                 "CreateMetaDataReader",
-                                                 "CreateMultiplexer",
-                                                 "CreatePeopleCountFilter",
-                                                 "CreateExitBlockingFilter",
-                                                 "CreateObjectTrackingModule",
-                                                 "CreatePacketChainer",
-                                                 "CreatePacketDataReader",
-                                                 "CreatePacketDataWriter",
-                                                 "CreatePacketExpander",
-                                                 "CreatePacketFilter",
-                                                 "CreatePacketHolder",
-                                                 "CreatePacketObserver",
-                                                 "CreatePCAFilter",
-                                                 "CreateRate",
-                                                 "CreateRealTimeAdjuster",
-                                                 "CreateResynch",
-                                                 "CreateSortAndSend",
-                                                 "CreateSplitter",
-                                                 "CreateStatsComponent",
-                                                 "CreateStreamFilter",
-                                                 "CreateSynch",
-                                                 "CreateTextFilter",
-                                                 "CreateTimestampMixer",
-                                                 "CreateUpdateTimeFilter",
-                                                 "CreateVideoCompressor",
-                                                 "CreateVideoDecompressor",
-                                                 "CreateVideoFilter",
-                                                 "CreateGenericVideoProcessingModule",
-                                                 "CreateVideoTranscoder",
-                                                 "CreateVideoTranscoderWMV",
-                                                 "CreateVMDFilter",
-                                                 "CreateArchiveVMDFilter",
-                                                 "CreateVideoDisplay",
-                                                 "CreateVideoDisplayDX",
-                                                 "CreatePacketSource"};
+std::vector<std::string> CreationNames() {
+    std::istringstream text(
+        "CreateAdvancedPacketFilter CreateAttributeSetter CreateAudioAnalyzer2 "
+        "CreateAudioAnalyzer CreateAudioCodec CreateAudioConverter CreateAudioDecoder "
+        "CreateAudioEncoder CreateAudioFmtChoose CreateAudioPlayer CreateAudioSampleMixer "
+        "CreateAudioSrc IsAudioFullDuplex CreateDataBuffer CreateDebugPath CreateDelayedFeed "
+        "CreateFrameDataFilter CreateGapDetector CreateGapDetector2 CreateGPSFilter "
+        "CreateGVMDFilter CreateArchiveGVMDFilter CreateImageDecoder CreateImageFilter "
+        "CreateJoiner CreateLODFilter CreateBuffer CreateLossyBuffer CreateMetaDataWriter "
+        "CreateMetaDataReader CreateMultiplexer CreatePeopleCountFilter CreateExitBlockingFilter "
+        "CreateObjectTrackingModule CreatePacketChainer CreatePacketDataReader "
+        "CreatePacketDataWriter CreatePacketExpander CreatePacketFilter CreatePacketHolder "
+        "CreatePacketObserver CreatePCAFilter CreateRate CreateRealTimeAdjuster CreateResynch "
+        "CreateSortAndSend CreateSplitter CreateStatsComponent CreateStreamFilter CreateSynch "
+        "CreateTextFilter CreateTimestampMixer CreateUpdateTimeFilter CreateVideoCompressor "
+        "CreateVideoDecompressor CreateVideoFilter CreateGenericVideoProcessingModule "
+        "CreateVideoTranscoder CreateVideoTranscoderWMV CreateVMDFilter CreateArchiveVMDFilter "
+        "CreateVideoDisplay CreateVideoDisplayDX CreatePacketSource ");
+    return {std::istream_iterator<std::string>(text), std::istream_iterator<std::string>()};
+}
+const std::vector<std::string> kCreationNames = CreationNames();
 
 IJokModule* LoadModule() {
     IUnknown* unknown = nullptr;
