@@ -237,42 +237,6 @@ TEST_F(ExitBlockingFilter, NotifiesOnlyWhenSomethingStoodLongerThanTheDuration) 
     EXPECT_EQ(m_Sink.Count(), 4);
 }
 
-TEST_F(ExitBlockingFilter, TargetFunctionsReadTheirOwnParameters) {
-    using C = CZorExitBlockingFilterCom;
-    CBelDiagnosticCapture capture;
-    // Named, positional, missing (the default 0), and unusable (nothing stored).
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetNumberOfTargets,
-                         [](CJokCommandContext& c) { c.AddParam("SetNumberOfTargets", 2.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetType,
-                         [](CJokCommandContext& c) { c.AddParam(nullptr, 1.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetID,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetID", 7.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", 3000.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", "long"); }),
-              -1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetID,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetID", -3.0); }),
-              -1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetNumberOfTargets), 2);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetType), 1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetID), 7);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 3000);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration), 1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 0);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", -10.0); }),
-              1);
-    EXPECT_NE(capture.Text(EBelDiagnosticKind::Dump).str().find("counts as 0"), std::string::npos);
-    EXPECT_NE(capture.Text(EBelDiagnosticKind::ScriptError).str().find("SetTargetID"),
-              std::string::npos);
-}
-
 TEST_F(ExitBlockingFilter, WriteModeTagsNewHandlersLOD1AndZeroesTheCounters) {
     Enable();
     m_Source.Push(WithHandler(MakeVideoPacket(0, 0), Standing({90})));
