@@ -86,15 +86,6 @@ TEST(Entry, DescriptionsNameTheFactory) {
     module->Release();
 }
 
-TEST(Entry, InitialiserNamesTheTwoInterfaces) {
-    BelRunInitialisers();
-    IID iid{};
-    ASSERT_TRUE(JokGetInterfaceIdFromName("IZorDirectFBScreen", &iid));
-    EXPECT_EQ(iid.Data1, 0x0DB88D49u);
-    ASSERT_TRUE(JokGetInterfaceIdFromName("IZorPZorChannel", &iid));
-    EXPECT_EQ(iid.Data1, 0xCC87EC4Fu);
-}
-
 // A component that records the paths it was made with.
 class CPathsCom : public CJokComponent {
 public:

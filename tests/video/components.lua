@@ -8,7 +8,9 @@ zor.connect("video", src, dec, sink)
 
 dec.threads = 2
 assert(dec.threads == 2)
-assert(not pcall(function() dec.threads = 1.5 end), "a thread count must be whole")
+for _, bad in ipairs({ 1.5, -1, 65 }) do
+    assert(not pcall(function() dec.threads = bad end), "threads are whole, 0 to 64: " .. bad)
+end
 dec.grey = true
 assert(dec.grey == true and dec.codec == "" and dec.frames == 0)
 
