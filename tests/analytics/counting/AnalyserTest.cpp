@@ -13,6 +13,7 @@
 #include "framework/kor/Packet.h"
 #include "tests/analytics/counting/SyntheticScenes.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -67,20 +68,6 @@ double Get(CJokComponent* com, const char* property) {
     return number;
 }
 
-class CCountCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        m_Last.clear();
-        for (int i = 0; i + 1 < context->GetPositionalCount(); ++i) {
-            m_Last.push_back(static_cast<CJokGdDouble*>(context->GetPositional(i))->GetValue());
-        }
-        ++m_Calls;
-        return 1;
-    }
-    std::vector<double> m_Last;
-    int m_Calls = 0;
-};
-
 } // namespace
 
 TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
@@ -91,7 +78,7 @@ TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
     CTestSource source;
     CTestSink sink;
     source | write->Module() | pca->Module() | read->Module() | sink;
-    CCountCallback callback;
+    CRecordingCallback callback;
     CJokGdObject* object = CJokGdObject::Allocate(&callback, 1);
     read->SetProperty("onCountChange", object);
     object->Release();
@@ -109,8 +96,8 @@ TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
         ++frames;
     }
     EXPECT_EQ(sink.Count(), frames);
-    EXPECT_EQ(callback.m_Calls, frames);
-    EXPECT_EQ(callback.m_Last, (std::vector<double>{3, 0, 3, 0, 0, 0}));
+    EXPECT_EQ(static_cast<int>(callback.m_Calls.size()), frames);
+    EXPECT_EQ(callback.m_Calls.back(), (std::vector<double>{3, 0, 3, 0, 0, 0, -1}));
     EXPECT_EQ(Get(pca, "entries"), 3);
     EXPECT_EQ(Get(pca, "exits"), 3);
     const CKorPeopleCountingMD* md =
@@ -173,7 +160,7 @@ TEST(LODFilter, ABagLeftBehindRaisesTheExitBlockingAlarmInTime) {
     CTestSource source;
     CTestSink sink;
     source | lod->Module() | blocking->Module() | sink;
-    CCountCallback callback;
+    CRecordingCallback callback;
     CJokGdObject* object = CJokGdObject::Allocate(&callback, 1);
     blocking->SetProperty("onCountChange", object);
     object->Release();
@@ -189,13 +176,13 @@ TEST(LODFilter, ABagLeftBehindRaisesTheExitBlockingAlarmInTime) {
     long first = -1;
     for (const SFrame& frame : RenderScene(scene)) {
         source.Push(Frame(frame.m_Time, frame.m_Boxes));
-        if (first < 0 && callback.m_Calls > 0) {
+        if (first < 0 && !callback.m_Calls.empty()) {
             first = frame.m_Time;
         }
     }
     ASSERT_GE(first, 0);
     EXPECT_LE(first, drop + 5000 + 1000);
-    EXPECT_EQ(callback.m_Last[0], 1);
+    EXPECT_EQ(callback.m_Calls.back()[0], 1);
     EXPECT_EQ(Get(lod, "targets"), 1);
     const CKorLeftObjectDetectionMD* md =
         CKorLeftObjectDetectionMD::Find(sink.Packets().back()->GetMetadataHandler());

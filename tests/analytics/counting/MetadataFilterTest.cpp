@@ -8,6 +8,7 @@
 #include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -17,30 +18,6 @@
 using namespace zortest;
 
 namespace {
-
-// A script callback that keeps the numbers of every call and the component it was given.
-class CRecordingCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        std::vector<double> numbers;
-        const int count = context->GetPositionalCount();
-        for (int i = 0; i + 1 < count; ++i) {
-            const CJokGenericData* value = context->GetPositional(i);
-            numbers.push_back(value && value->GetType() == JOKGD_DOUBLE
-                                  ? static_cast<const CJokGdDouble*>(value)->GetValue()
-                                  : -1);
-        }
-        const CJokGenericData* last = context->GetPositional(count - 1);
-        m_LastIsComponent = last && last->GetType() == JOKGD_OBJECT;
-        m_Calls.push_back(numbers);
-        m_Order->push_back(m_Name);
-        return 1;
-    }
-    std::vector<std::vector<double>> m_Calls;
-    bool m_LastIsComponent = false;
-    std::string m_Name;
-    std::vector<std::string>* m_Order = nullptr;
-};
 
 void SetCallback(CJokComponent* com, const char* property, CRecordingCallback* callback) {
     CJokGdObject* value = CJokGdObject::Allocate(callback, 1);
@@ -76,10 +53,8 @@ protected:
     void SetUp() override {
         m_pCom = new TCom("");
         m_Source | m_pCom->Module() | m_Sink;
-        m_Count.m_Name = "count";
-        m_Count.m_Order = &m_Order;
-        m_Interval.m_Name = "interval";
-        m_Interval.m_Order = &m_Order;
+        m_Count.m_Action = [this] { m_Order.push_back("count"); };
+        m_Interval.m_Action = [this] { m_Order.push_back("interval"); };
         SetCallback(m_pCom, "onCountChange", &m_Count);
     }
     void TearDown() override {
@@ -127,12 +102,12 @@ TEST_F(PeopleCountFilter, NotifiesEveryPacketWithAHandlerInTheStatedOrder) {
     m_Source.Push(WithHandler(MakeVideoPacket(80, 0), new CKorBoundingBoxesMD)); // no "PCD1"
     m_Source.Push(WithHandler(MakeVideoPacket(1040, 0), Crossings(0, 1, 0)));
     ASSERT_EQ(m_Count.m_Calls.size(), 3U);
-    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 1, 0, 1, 0}));
-    EXPECT_EQ(m_Count.m_Calls[1], (std::vector<double>{2, 0, 1, 0, 1, 0}));
-    EXPECT_EQ(m_Count.m_Calls[2], (std::vector<double>{0, 0, 1, 0, 0, 0}));
-    EXPECT_TRUE(m_Count.m_LastIsComponent);
+    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 1, 0, 1, 0, -1}));
+    EXPECT_EQ(m_Count.m_Calls[1], (std::vector<double>{2, 0, 1, 0, 1, 0, -1}));
+    EXPECT_EQ(m_Count.m_Calls[2], (std::vector<double>{0, 0, 1, 0, 0, 0, -1})) << "the filter last";
+    EXPECT_EQ(m_Count.m_Calls[2].m_pObject, m_pCom);
     ASSERT_EQ(m_Interval.m_Calls.size(), 1U);
-    EXPECT_EQ(m_Interval.m_Calls[0], (std::vector<double>{0, 1000, 2, 1, 1}));
+    EXPECT_EQ(m_Interval.m_Calls[0], (std::vector<double>{0, 1000, 2, 1, 1, -1}));
     EXPECT_EQ(m_Order, (std::vector<std::string>{"count", "count", "interval", "count"}));
     EXPECT_EQ(m_Sink.Count(), 4);
 }
@@ -232,7 +207,7 @@ TEST_F(ExitBlockingFilter, NotifiesOnlyWhenSomethingStoodLongerThanTheDuration) 
     m_Source.Push(WithHandler(MakeVideoPacket(80, 0), new CKorBoundingBoxesMD));
     m_Source.Push(WithHandler(MakeVideoPacket(120, 0), Standing({30, 51, 80}))); // 5.1 s, 8 s
     ASSERT_EQ(m_Count.m_Calls.size(), 1U);
-    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 3, 0, 8, 0}));
+    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 3, 0, 8, 0, -1}));
     EXPECT_EQ(m_pCom->Module().Counters().m_LongestId, 3U);
     EXPECT_EQ(m_Sink.Count(), 4);
 }

@@ -1,5 +1,5 @@
 // Test doubles for the motion components: an attribute source over rows in memory (with a read
-// that can be made to fail), and a callback that records each call's arguments.
+// that can be made to fail), and property helpers that go through the component's map.
 #pragma once
 
 #include "framework/jok/Command.h"
@@ -7,6 +7,7 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/AttributeSource.h"
 #include "framework/kor/BoundingBoxesMD.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <limits>
 #include <map>
@@ -110,34 +111,6 @@ private:
     ~CFakeAttributeSource() = default;
     long m_Refs = 1;
     size_t m_Cursor = 0;
-};
-
-// Records each call's positional arguments: numbers as they are, null as NaN, objects as -1.
-class CRecordingCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        std::vector<double> call;
-        for (int i = 0; i < context->GetPositionalCount(); ++i) {
-            const CJokGenericData* value = context->GetPositional(i);
-            switch (value->GetType()) {
-            case JOKGD_DOUBLE:
-                call.push_back(static_cast<const CJokGdDouble*>(value)->GetValue());
-                break;
-            case JOKGD_NULL:
-                call.push_back(std::numeric_limits<double>::quiet_NaN());
-                break;
-            case JOKGD_OBJECT:
-                call.push_back(-1);
-                break;
-            default:
-                call.push_back(-2);
-                break;
-            }
-        }
-        m_Calls.push_back(call);
-        return 1;
-    }
-    std::vector<std::vector<double>> m_Calls;
 };
 
 // Sets a property through the component's map, as a script does; answers its result.

@@ -1,5 +1,6 @@
-// A script callback for component tests: records each call's numbers (booleans as 0 or 1) and
-// strings, the calling component (the last value) left out, and can act inside the call.
+// A script callback for component tests: records each call's positional values (numbers as they
+// are, booleans as 0 or 1, null as NaN, an object - the calling component, last - as -1; strings
+// apart) and can act inside the call.
 #pragma once
 
 #include "framework/jok/Command.h"
@@ -7,6 +8,7 @@
 #include "framework/jok/GenericData.h"
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -17,18 +19,32 @@ public:
     struct SCall {
         std::vector<double> m_Numbers;
         std::vector<std::string> m_Texts;
+        CJokCOMObject* m_pObject = nullptr; // the last object given
+        double operator[](std::size_t i) const { return m_Numbers.at(i); }
+        bool operator==(const std::vector<double>& numbers) const { return m_Numbers == numbers; }
     };
 
     int CallMethod(CJokCommandContext* context) override {
         SCall call;
-        for (int i = 0; i + 1 < context->GetPositionalCount(); ++i) {
+        for (int i = 0; i < context->GetPositionalCount(); ++i) {
             const CJokGenericData* value = context->GetPositional(i);
-            if (value->GetType() == JOKGD_BOOLEAN) {
+            switch (value ? value->GetType() : JOKGD_NULL) {
+            case JOKGD_BOOLEAN:
                 call.m_Numbers.push_back(static_cast<const CJokGdBoolean*>(value)->GetValue());
-            } else if (value->GetType() == JOKGD_DOUBLE) {
+                break;
+            case JOKGD_DOUBLE:
                 call.m_Numbers.push_back(static_cast<const CJokGdDouble*>(value)->GetValue());
-            } else if (value->GetType() == JOKGD_STRING) {
+                break;
+            case JOKGD_STRING:
                 call.m_Texts.push_back(static_cast<const CJokGdString*>(value)->GetString().str());
+                break;
+            case JOKGD_OBJECT:
+                call.m_Numbers.push_back(-1);
+                call.m_pObject = static_cast<const CJokGdObject*>(value)->GetCOMObject();
+                break;
+            default:
+                call.m_Numbers.push_back(std::numeric_limits<double>::quiet_NaN());
+                break;
             }
         }
         m_Calls.push_back(call);
