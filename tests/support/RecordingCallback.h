@@ -1,6 +1,6 @@
-// A script callback for component tests: records each call's positional values (numbers as they
-// are, booleans as 0 or 1, null as NaN, an object - the calling component, last - as -1; strings
-// apart) and can act inside the call.
+// Component tests as a script drives them: a callback that records each call's positional values
+// (numbers as they are, booleans as 0 or 1, null as NaN, an object - the calling component,
+// last - as -1; strings apart) and can act inside the call, and property helpers.
 #pragma once
 
 #include "framework/jok/Command.h"
@@ -60,5 +60,37 @@ public:
     std::vector<SCall> m_Calls;
     std::function<void()> m_Action;
 };
+
+// Sets a property as a script does, taking the value's reference; answers the property map's
+// result (1 taken, 0 refused, -1 no such property).
+template <class T> int Set(T* component, const char* name, CJokGenericData* value) {
+    const int result = component->SetProperty(name, value);
+    value->Release();
+    return result;
+}
+
+template <class T> int SetNumber(T* component, const char* name, double value) {
+    return Set(component, name, CJokGdDouble::Allocate(value));
+}
+
+template <class T> void SetBoolean(T* component, const char* name, bool on) {
+    Set(component, name, CJokGdBoolean::Allocate(on));
+}
+
+template <class T> void SetCallback(T* component, const char* name, IJokCommand* callback) {
+    Set(component, name, CJokGdObject::Allocate(callback, 1));
+}
+
+// A number property's value; NaN when the property has none.
+template <class T> double GetNumber(T* component, const char* name) {
+    CJokGenericData* value = component->GetProperty(name, 0);
+    const double number = value && value->GetType() == JOKGD_DOUBLE
+                              ? static_cast<CJokGdDouble*>(value)->GetValue()
+                              : std::numeric_limits<double>::quiet_NaN();
+    if (value) {
+        value->Release();
+    }
+    return number;
+}
 
 } // namespace zortest

@@ -54,20 +54,6 @@ CJokGdVector* Numbers(std::initializer_list<double> values) {
     return vector;
 }
 
-int Set(CJokComponent* com, const char* property, CJokGenericData* value) {
-    const int result = com->SetProperty(property, value);
-    value->Release();
-    return result;
-}
-
-double Get(CJokComponent* com, const char* property) {
-    CJokGenericData* value = com->GetProperty(property, 0);
-    const double number =
-        value->GetType() == JOKGD_DOUBLE ? static_cast<CJokGdDouble*>(value)->GetValue() : -1;
-    value->Release();
-    return number;
-}
-
 } // namespace
 
 TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
@@ -79,9 +65,7 @@ TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
     CTestSink sink;
     source | write->Module() | pca->Module() | read->Module() | sink;
     CRecordingCallback callback;
-    CJokGdObject* object = CJokGdObject::Allocate(&callback, 1);
-    read->SetProperty("onCountChange", object);
-    object->Release();
+    SetCallback(read, "onCountChange", &callback);
     Set(write, "mode", CJokGdString::Allocate("write"));
     ASSERT_EQ(Set(pca, "line", Numbers({0, kLineY, 352, kLineY})), 1);
     for (CJokComponent* com : {static_cast<CJokComponent*>(write), static_cast<CJokComponent*>(pca),
@@ -98,8 +82,8 @@ TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
     EXPECT_EQ(sink.Count(), frames);
     EXPECT_EQ(static_cast<int>(callback.m_Calls.size()), frames);
     EXPECT_EQ(callback.m_Calls.back(), (std::vector<double>{3, 0, 3, 0, 0, 0, -1}));
-    EXPECT_EQ(Get(pca, "entries"), 3);
-    EXPECT_EQ(Get(pca, "exits"), 3);
+    EXPECT_EQ(GetNumber(pca, "entries"), 3);
+    EXPECT_EQ(GetNumber(pca, "exits"), 3);
     const CKorPeopleCountingMD* md =
         CKorPeopleCountingMD::Find(sink.Packets().back()->GetMetadataHandler());
     ASSERT_NE(md, nullptr);
@@ -161,9 +145,7 @@ TEST(LODFilter, ABagLeftBehindRaisesTheExitBlockingAlarmInTime) {
     CTestSink sink;
     source | lod->Module() | blocking->Module() | sink;
     CRecordingCallback callback;
-    CJokGdObject* object = CJokGdObject::Allocate(&callback, 1);
-    blocking->SetProperty("onCountChange", object);
-    object->Release();
+    SetCallback(blocking, "onCountChange", &callback);
     CJokCommandContext duration;
     duration.AddParam("SetTargetDuration", 5000.0);
     blocking->SetTargetDuration(&duration);
@@ -183,7 +165,7 @@ TEST(LODFilter, ABagLeftBehindRaisesTheExitBlockingAlarmInTime) {
     ASSERT_GE(first, 0);
     EXPECT_LE(first, drop + 5000 + 1000);
     EXPECT_EQ(callback.m_Calls.back()[0], 1);
-    EXPECT_EQ(Get(lod, "targets"), 1);
+    EXPECT_EQ(GetNumber(lod, "targets"), 1);
     const CKorLeftObjectDetectionMD* md =
         CKorLeftObjectDetectionMD::Find(sink.Packets().back()->GetMetadataHandler());
     ASSERT_NE(md, nullptr);

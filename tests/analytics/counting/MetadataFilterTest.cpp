@@ -19,18 +19,6 @@ using namespace zortest;
 
 namespace {
 
-void SetCallback(CJokComponent* com, const char* property, CRecordingCallback* callback) {
-    CJokGdObject* value = CJokGdObject::Allocate(callback, 1);
-    ASSERT_EQ(com->SetProperty(property, value), 1);
-    value->Release();
-}
-
-bool Set(CJokComponent* com, const char* property, CJokGenericData* value) {
-    const int result = com->SetProperty(property, value);
-    value->Release();
-    return result == 1;
-}
-
 CKorPacket* WithHandler(CKorPacket* packet, CKorMetadataHandler* handler) {
     packet->SetMetadataHandler(handler, true);
     return packet;

@@ -113,37 +113,6 @@ private:
     size_t m_Cursor = 0;
 };
 
-// Sets a property through the component's map, as a script does; answers its result.
-template <class T> int SetNumber(T* component, const char* name, double value) {
-    CJokGdDouble* number = CJokGdDouble::Allocate(value);
-    const int result = component->SetProperty(name, number);
-    number->Release();
-    return result;
-}
-
-template <class T> double GetNumber(T* component, const char* name) {
-    CJokGenericData* value = component->GetProperty(name, 0);
-    const double number = value && value->GetType() == JOKGD_DOUBLE
-                              ? static_cast<CJokGdDouble*>(value)->GetValue()
-                              : std::numeric_limits<double>::quiet_NaN();
-    if (value) {
-        value->Release();
-    }
-    return number;
-}
-
-template <class T> void SetBoolean(T* component, const char* name, bool on) {
-    CJokGdBoolean* value = CJokGdBoolean::Allocate(on);
-    component->SetProperty(name, value);
-    value->Release();
-}
-
-template <class T> void SetCallback(T* component, const char* name, IJokCommand* callback) {
-    CJokGdObject* value = CJokGdObject::Allocate(callback, 1);
-    component->SetProperty(name, value);
-    value->Release();
-}
-
 // The (startTime, endTime) pairs of a result vector of interval objects (borrowed).
 template <class TInfo> std::vector<std::pair<double, double>> Intervals(CJokGenericData* result) {
     std::vector<std::pair<double, double>> pairs;
