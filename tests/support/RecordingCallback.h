@@ -8,6 +8,7 @@
 #include "framework/jok/GenericData.h"
 
 #include <functional>
+#include <initializer_list>
 #include <limits>
 #include <string>
 #include <vector>
@@ -91,6 +92,28 @@ template <class T> double GetNumber(T* component, const char* name) {
         value->Release();
     }
     return number;
+}
+
+// A script vector of the elements, whose references it takes; and one of numbers.
+inline CJokGdVector* Vector(std::initializer_list<CJokGenericData*> elements) {
+    CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(elements.size()));
+    int i = 0;
+    for (CJokGenericData* element : elements) {
+        vector->SetElement(i++, element);
+        element->Release();
+    }
+    return vector;
+}
+
+inline CJokGdVector* Numbers(std::initializer_list<double> values) {
+    CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(values.size()));
+    int i = 0;
+    for (double value : values) {
+        CJokGdDouble* number = CJokGdDouble::Allocate(value);
+        vector->SetElement(i++, number);
+        number->Release();
+    }
+    return vector;
 }
 
 } // namespace zortest

@@ -43,17 +43,6 @@ CKorPacket* Frame(long time, const std::vector<SBox>& boxes, bool valid = true) 
     return packet;
 }
 
-CJokGdVector* Numbers(std::initializer_list<double> values) {
-    CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(values.size()));
-    int i = 0;
-    for (double v : values) {
-        CJokGdDouble* number = CJokGdDouble::Allocate(v);
-        vector->SetElement(i++, number);
-        number->Release();
-    }
-    return vector;
-}
-
 } // namespace
 
 TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
