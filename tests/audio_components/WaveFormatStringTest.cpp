@@ -47,15 +47,4 @@ TEST(WaveFormatString, ReadersRoundTripTheWriter) {
     EXPECT_EQ(record.wFormatTag, 0) << "a text that is not hex leaves a zeroed record";
 }
 
-TEST(WaveFormatString, WrongLengthIsAProgrammingFault) {
-    const long before = BelAssertCount();
-    DWORD value = 7;
-    EXPECT_FALSE(ZorBinFromString(CBelString("0102"), &value));
-    EXPECT_EQ(value, 0u);
-    EXPECT_EQ(BelAssertCount(), before + 1);
-    EXPECT_EQ(BelLastAssert().m_Text, "sT.GetLength() == 2 * sizeof(T)");
-    EXPECT_TRUE(ZorBinFromString(CBelString("0a0B0c0D"), &value));
-    EXPECT_EQ(value, 0x0D0C0B0Au);
-}
-
 } // namespace

@@ -6,77 +6,36 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
 // The registrations, in construction order.
-const std::vector<std::string> kCreationNames = {"CreateAdvancedPacketFilter",
-                                                 "CreateAttributeSetter",
-                                                 "CreateAudioAnalyzer2",
-                                                 "CreateAudioAnalyzer",
-                                                 "CreateAudioCodec",
-                                                 "CreateAudioConverter",
-                                                 "CreateAudioDecoder",
-                                                 "CreateAudioEncoder",
-                                                 "CreateAudioFmtChoose",
-                                                 "CreateAudioPlayer",
-                                                 "CreateAudioSampleMixer",
-                                                 "CreateAudioSrc",
-                                                 "IsAudioFullDuplex",
-                                                 "CreateDataBuffer",
-                                                 "CreateDebugPath",
-                                                 "CreateDelayedFeed",
-                                                 "CreateFrameDataFilter",
-                                                 "CreateGapDetector",
-                                                 "CreateGapDetector2",
-                                                 "CreateGPSFilter",
-                                                 "CreateGVMDFilter",
-                                                 "CreateArchiveGVMDFilter",
-                                                 "CreateImageDecoder",
-                                                 "CreateImageFilter",
-                                                 "CreateJoiner",
-                                                 "CreateLODFilter",
-                                                 "CreateBuffer",
-                                                 "CreateLossyBuffer",
-                                                 "CreateMetaDataWriter",
-                                                 "CreateMetaDataReader",
-                                                 "CreateMultiplexer",
-                                                 "CreatePeopleCountFilter",
-                                                 "CreateExitBlockingFilter",
-                                                 "CreateObjectTrackingModule",
-                                                 "CreatePacketChainer",
-                                                 "CreatePacketDataReader",
-                                                 "CreatePacketDataWriter",
-                                                 "CreatePacketExpander",
-                                                 "CreatePacketFilter",
-                                                 "CreatePacketHolder",
-                                                 "CreatePacketObserver",
-                                                 "CreatePCAFilter",
-                                                 "CreateRate",
-                                                 "CreateRealTimeAdjuster",
-                                                 "CreateResynch",
-                                                 "CreateSortAndSend",
-                                                 "CreateSplitter",
-                                                 "CreateStatsComponent",
-                                                 "CreateStreamFilter",
-                                                 "CreateSynch",
-                                                 "CreateTextFilter",
-                                                 "CreateTimestampMixer",
-                                                 "CreateUpdateTimeFilter",
-                                                 "CreateVideoCompressor",
-                                                 "CreateVideoDecompressor",
-                                                 "CreateVideoFilter",
-                                                 "CreateGenericVideoProcessingModule",
-                                                 "CreateVideoTranscoder",
-                                                 "CreateVideoTranscoderWMV",
-                                                 "CreateVMDFilter",
-                                                 "CreateArchiveVMDFilter",
-                                                 "CreateVideoDisplay",
-                                                 "CreateVideoDisplayDX",
-                                                 "CreatePacketSource"};
+std::vector<std::string> CreationNames() {
+    std::istringstream text(
+        "CreateAdvancedPacketFilter CreateAttributeSetter CreateAudioAnalyzer2 "
+        "CreateAudioAnalyzer CreateAudioCodec CreateAudioConverter CreateAudioDecoder "
+        "CreateAudioEncoder CreateAudioFmtChoose CreateAudioPlayer CreateAudioSampleMixer "
+        "CreateAudioSrc IsAudioFullDuplex CreateDataBuffer CreateDebugPath CreateDelayedFeed "
+        "CreateFrameDataFilter CreateGapDetector CreateGapDetector2 CreateGPSFilter "
+        "CreateGVMDFilter CreateArchiveGVMDFilter CreateImageDecoder CreateImageFilter "
+        "CreateJoiner CreateLODFilter CreateBuffer CreateLossyBuffer CreateMetaDataWriter "
+        "CreateMetaDataReader CreateMultiplexer CreatePeopleCountFilter CreateExitBlockingFilter "
+        "CreateObjectTrackingModule CreatePacketChainer CreatePacketDataReader "
+        "CreatePacketDataWriter CreatePacketExpander CreatePacketFilter CreatePacketHolder "
+        "CreatePacketObserver CreatePCAFilter CreateRate CreateRealTimeAdjuster CreateResynch "
+        "CreateSortAndSend CreateSplitter CreateStatsComponent CreateStreamFilter CreateSynch "
+        "CreateTextFilter CreateTimestampMixer CreateUpdateTimeFilter CreateVideoCompressor "
+        "CreateVideoDecompressor CreateVideoFilter CreateGenericVideoProcessingModule "
+        "CreateVideoTranscoder CreateVideoTranscoderWMV CreateVMDFilter CreateArchiveVMDFilter "
+        "CreateVideoDisplay CreateVideoDisplayDX CreatePacketSource ");
+    return {std::istream_iterator<std::string>(text), std::istream_iterator<std::string>()};
+}
+const std::vector<std::string> kCreationNames = CreationNames();
 
 IJokModule* LoadModule() {
     IUnknown* unknown = nullptr;
@@ -125,15 +84,6 @@ TEST(Entry, DescriptionsNameTheFactory) {
     EXPECT_NE(module->FindFunction("CreateVideoDisplay"),
               module->FindFunction("CreateVideoDisplayDX"));
     module->Release();
-}
-
-TEST(Entry, InitialiserNamesTheTwoInterfaces) {
-    BelRunInitialisers();
-    IID iid{};
-    ASSERT_TRUE(JokGetInterfaceIdFromName("IZorDirectFBScreen", &iid));
-    EXPECT_EQ(iid.Data1, 0x0DB88D49u);
-    ASSERT_TRUE(JokGetInterfaceIdFromName("IZorPZorChannel", &iid));
-    EXPECT_EQ(iid.Data1, 0xCC87EC4Fu);
 }
 
 // A component that records the paths it was made with.

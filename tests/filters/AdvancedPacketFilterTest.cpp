@@ -7,6 +7,7 @@
 #include "framework/jok/Property.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -15,24 +16,6 @@
 using namespace zortest;
 
 namespace {
-
-// A script callback that counts its calls and keeps the component it was given.
-class CCountingCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        ++m_Calls;
-        m_Arguments = context->GetPositionalCount();
-        if (auto* value = context->GetPositional(0); value && value->GetType() == JOKGD_OBJECT)
-            m_pComponent = static_cast<CJokGdObject*>(value)->GetCOMObject();
-        if (m_OnCall)
-            m_OnCall();
-        return 1;
-    }
-    int m_Calls = 0;
-    int m_Arguments = 0;
-    CJokCOMObject* m_pComponent = nullptr;
-    std::function<void()> m_OnCall;
-};
 
 // source -> filter -> sink, with the component made as a script makes it.
 class AdvancedPacketFilter : public ::testing::Test {
@@ -153,28 +136,28 @@ TEST_F(AdvancedPacketFilter, LockedHoldsUntilTheScriptReleasesIt) {
 }
 
 TEST_F(AdvancedPacketFilter, CallbackGetsTheComponentAndStandsInForAMissingScript) {
-    auto* callback = new CCountingCallback;
+    auto* callback = new CRecordingCallback;
     CJokGdObject* value = CJokGdObject::Allocate(callback, 0);
     ASSERT_EQ(m_pCom->SetProperty("callback", value), 1);
     value->Release();
-    callback->m_OnCall = [&] { EXPECT_EQ(GetString("packetType"), "VIDEO"); };
+    callback->m_Action = [&] { EXPECT_EQ(GetString("packetType"), "VIDEO"); };
     m_Source.Push(MakeVideoPacket(1, 0));
-    EXPECT_EQ(callback->m_Calls, 1);
-    EXPECT_EQ(callback->m_Arguments, 1);
-    EXPECT_EQ(callback->m_pComponent, m_pCom);
+    ASSERT_EQ(callback->m_Calls.size(), 1u);
+    EXPECT_EQ(callback->m_Calls[0], std::vector<double>{-1}) << "the component alone";
+    EXPECT_EQ(callback->m_Calls[0].m_pObject, m_pCom);
     ASSERT_TRUE(SetFilter("if (TS == 2) { CALLBACK; }"));
     m_Source.Push(MakeVideoPacket(1, 0));
     m_Source.Push(MakeVideoPacket(2, 0));
-    EXPECT_EQ(callback->m_Calls, 2);
+    EXPECT_EQ(callback->m_Calls.size(), 2u);
     EXPECT_EQ(m_Sink.Count(), 3);
 }
 
 TEST_F(AdvancedPacketFilter, ScriptSetFromItsCallbackRunsFromTheNextPacket) {
-    auto* callback = new CCountingCallback;
+    auto* callback = new CRecordingCallback;
     CJokGdObject* value = CJokGdObject::Allocate(callback, 0);
     m_pCom->SetProperty("callback", value);
     value->Release();
-    callback->m_OnCall = [&] {
+    callback->m_Action = [&] {
         EXPECT_TRUE(SetFilter("DISCARD"));
         EXPECT_FALSE(SetString("text", "ignored")) << "not a text packet";
     };

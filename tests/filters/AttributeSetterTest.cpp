@@ -5,6 +5,7 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -20,12 +21,8 @@ using Pairs = std::vector<std::pair<int, int>>;
 class AttributeSetter : public ::testing::Test {
 protected:
     void SetUp() override {
-        CJokGdVector* paths = CJokGdVector::Allocate(2);
-        for (int i = 0; i < 2; ++i) {
-            CJokGdString* name = CJokGdString::Allocate(i == 0 ? "attr.a" : "attr.b");
-            paths->SetElement(i, name);
-            name->Release();
-        }
+        CJokGdVector* paths =
+            Vector({CJokGdString::Allocate("attr.a"), CJokGdString::Allocate("attr.b")});
         m_pCom = new CAttrCom(paths);
         paths->Release();
     }

@@ -6,6 +6,7 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -115,15 +116,6 @@ protected:
             static_cast<CStreamFilterCom*>(static_cast<CJokGdObject*>(result)->GetCOMObject());
         com->AddRef();
         return com;
-    }
-    static CJokGdVector* Vector(std::initializer_list<CJokGenericData*> elements) {
-        CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(elements.size()));
-        int i = 0;
-        for (CJokGenericData* element : elements) {
-            vector->SetElement(i++, element);
-            element->Release();
-        }
-        return vector;
     }
     CBelDiagnosticCapture m_Capture;
 };

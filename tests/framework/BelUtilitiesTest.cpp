@@ -1,8 +1,6 @@
 #include "framework/bel/BelIdleProcess.h"
 #include "framework/bel/BelMessageLoop.h"
 #include "framework/bel/BelProbed.h"
-#include "framework/bel/BelStats.h"
-#include "framework/bel/BelString.h"
 #include "framework/bel/BelSubject.h"
 #include "framework/bel/BelThread.h"
 
@@ -10,36 +8,6 @@
 #include <thread>
 
 namespace {
-
-TEST(BelString, EditingOperationsKeepCountsConsistent) {
-    CBelString s("Synch.video");
-    EXPECT_EQ(s.GetLength(), 11);
-    EXPECT_STREQ(s.Left(5), "Synch");
-    EXPECT_STREQ(s.Right(5), "video");
-    EXPECT_EQ(s.ReverseFind('.'), 5);
-    EXPECT_STREQ(s.Left(100), "Synch.video");
-    EXPECT_STREQ(s.Right(-1), "");
-    s.MakeUpper();
-    EXPECT_EQ(s.CompareNoCase("synch.VIDEO"), 0);
-    EXPECT_NE(s.Compare("synch.video"), 0);
-    char* buffer = s.GetBuffer(32);
-    std::snprintf(buffer, 32, "%d", 42);
-    s.ReleaseBuffer();
-    EXPECT_STREQ(s, "42");
-    s.Format("%s-%03d", "n", 7);
-    EXPECT_STREQ(s + "!", "n-007!");
-}
-
-TEST(BelStats, MeanAndCountOfSamples) {
-    CBelStats stats;
-    EXPECT_EQ(stats.Mean(), 0.0);
-    for (double v : {1.0, 2.0, 6.0}) {
-        stats.AddSample(v);
-    }
-    EXPECT_EQ(stats.NumSamples(), 3);
-    EXPECT_DOUBLE_EQ(stats.Mean(), 3.0);
-    EXPECT_EQ(stats.Max(), 6.0);
-}
 
 class CCountingObserver : public CBelObserver {
 public:

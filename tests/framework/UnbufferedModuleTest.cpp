@@ -41,15 +41,6 @@ TEST_F(UnbufferedChain, ProcessesThenPassesTheCurrentPacketOn) {
     EXPECT_EQ(module.CurrentPacket(), nullptr);
 }
 
-TEST_F(UnbufferedChain, ReleasedCurrentPacketGoesNowhere) {
-    module.m_Step = [](CScriptedModule& m) {
-        m.m_pPacket->Release();
-        m.m_pPacket = nullptr;
-    };
-    EXPECT_TRUE(source.Push(MakeDataPacket(1)));
-    EXPECT_EQ(sink.Count(), 0);
-}
-
 TEST_F(UnbufferedChain, RefusedPacketIsPendingAndBlocksTheNextOne) {
     sink.m_Refuse = true;
     CKorPacket* first = MakeDataPacket(1);

@@ -61,9 +61,6 @@ local function module_fault(pattern, f)
 end
 module_fault("CreateSynch: paths must be a vector of strings (or null)",
              function() return zor.CreateSynch{ paths = 3 } end)
-module_fault("CreateVideoDisplayDX: not available in this build",
-             function() return zor.CreateVideoDisplayDX{} end)
-assert(zor.CreateSynch{ paths = zor.null } ~= nil, "null paths are no paths")
 
 -- A parameter the creation function or method never reads is named, with what it reads; the
 -- call itself goes on.
@@ -81,6 +78,5 @@ unused("CreateAudioEncoder: unused parameter 'format' (it reads none)",
 unused("CreatePort: unused parameter 'path' (it reads: dataPath)",
        function() return zor.CreateSplitter{}.CreatePort{ path = "er.c" } end)
 assert(zor.CreateVideoDisplay.name == "CreateVideoDisplay")
-assert(zor.CreateVideoDisplay.description == "&CreateVideoDisplay")
 assert(zor.CreateVideoDisplayDX.description == "&CreateVideoDisplay")
 print("errors: ok")

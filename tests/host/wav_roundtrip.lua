@@ -93,21 +93,13 @@ local function broken(name, bytes)
     f:close()
     return file
 end
-local header = io.open(scratch .. "/tone.wav", "rb"):read(44)
-local cases = {
-    { scratch .. "/missing.wav", "cannot open" },
-    { broken("empty.wav", ""), "not a RIFF/WAVE file" },
-    { broken("text.wav", "hello, world, this is not audio"), "not a RIFF/WAVE file" },
-    { broken("nodata.wav", header:sub(1, 36)), "no data chunk" },
-    { broken("shortfmt.wav", header:sub(1, 30)), "truncated fmt chunk" },
-    { broken("zerorate.wav", header:sub(1, 24) .. "\0\0\0\0" .. header:sub(29)), "zero channels, block alignment or rate" },
-}
-for _, case in ipairs(cases) do
-    local ok, message = pcall(function() return zor.wav_source{ file = case[1], path = "broken" } end)
-    assert(not ok and message:find("wav_source: ", 1, true) and message:find(case[2], 1, true),
-           tostring(message))
-    assert(message:find("wav_roundtrip.lua:%d+:"), "the error names the script line: " .. message)
-end
+-- (Which files are refused, and why, is the reader's C++ tests' business.)
+local ok, message = pcall(function()
+    return zor.wav_source{ file = broken("text.wav", "hello, world, this is not audio"), path = "broken" }
+end)
+assert(not ok and message:find("wav_source: ", 1, true) and message:find("not a RIFF/WAVE file", 1, true),
+       tostring(message))
+assert(message:find("wav_roundtrip.lua:%d+:"), "the error names the script line: " .. message)
 
 -- G.726 from the encoder: the record's extra bytes (the samples-per-block word) reach packets and
 -- the file, and come back, so the file reads as it was written.
@@ -135,7 +127,7 @@ assert(made.format.extra == "\8\0" and zor.packet{ kind = "audio", format = { ra
 wav, packets, data = read(broken("cut.wav", io.open(scratch .. "/tone.wav", "rb"):read(44 + 1001)))
 assert(wav.truncated and #data == 1000)
 
-local ok, message = pcall(zor.wav_sink, { file = scratch .. "/no/such/dir/x.wav" })
+ok, message = pcall(zor.wav_sink, { file = scratch .. "/no/such/dir/x.wav" })
 assert(not ok and message:find("cannot create", 1, true), message)
 ok, message = pcall(zor.wav_source, { path = "x" })
 assert(not ok and message:find("field 'file' is required", 1, true), message)

@@ -6,8 +6,8 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/Packet.h"
 #include "framework/kor/PacketSource.h"
-#include "tests/sound/RecordingCallback.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
--- The analyzer, detector and older meter as a script sees them: names, read-only values, the
+-- The analyzer and detector as a script sees them: names, read-only values, the
 -- threshold modes, callback arguments and the messages. Run from the project root.
 local analyzer = zor.CreateAudioAnalyzer2{}
 local names = table.concat(zor.properties(analyzer), " ")
@@ -54,12 +54,4 @@ collectgarbage()
 push(1.27, 8000) -- the dropped detector hears nothing and costs nothing
 assert(#calls == 1)
 
--- The older meter answers a level for the 16-bit PCM it sees.
-local meter = zor.CreateAudioAnalyzer{}
-assert(meter.level == 0)
-local src2, sink2 = zor.source{}, zor.sink{}
-zor.connect("audio", src2, meter, sink2)
-src2.push(zor.packet{ kind = "audio", format = { rate = 8000 },
-                      data = string.rep(string.pack("<i2", 0x1000), 720) })
-assert(meter.level > 0)
 print("analyzer api: ok")

@@ -216,25 +216,6 @@ TEST(MediaDemuxer, SizeChangeMidStreamStartsANewFormat) {
     EXPECT_EQ(read.m_Notes[0], "video size changes from 176x144 to 320x240 at 1.0 s");
 }
 
-// MP4 and MKV keep the parameter sets out of band: the source puts them before each key frame,
-// and only there; the container's own summary is the format's set-up data.
-TEST(MediaDemuxer, ParameterSetsGoBeforeEachKeyFrame) {
-    CMediaDemuxer demuxer;
-    ASSERT_TRUE(demuxer.Open(Media("h264_aac.mp4"), {}));
-    const std::vector<std::uint8_t> sets = demuxer.VideoFormat()->m_ExtraData;
-    ASSERT_TRUE(IsAnnexB(sets.data(), sets.size()));
-    const SRead read = ReadAll(demuxer);
-    int keys = 0;
-    for (const SMediaPacket& packet : read.m_Video) {
-        const std::vector<std::uint8_t> bytes = Payload(packet);
-        ASSERT_TRUE(IsAnnexB(bytes.data(), bytes.size()));
-        const bool startsWithSets = std::equal(sets.begin(), sets.end(), bytes.begin());
-        EXPECT_EQ(startsWithSets, packet.m_Key);
-        keys += packet.m_Key;
-    }
-    EXPECT_EQ(keys, 2);
-}
-
 TEST(MediaDemuxer, SeekLandsOnTheKeyFrameAtOrBeforeTheTime) {
     CMediaDemuxer demuxer;
     ASSERT_TRUE(demuxer.Open(Media("h264_aac.mp4"), {}));

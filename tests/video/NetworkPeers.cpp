@@ -37,6 +37,12 @@ int BoundSocket(int type, int* port) {
     return fd;
 }
 
+int ListeningSocket(int* port) {
+    const int fd = BoundSocket(SOCK_STREAM, port);
+    listen(fd, 8);
+    return fd;
+}
+
 // Waits up to 50 ms for fd to be readable; answers false when it is not (yet).
 bool Readable(int fd) {
     pollfd entry{fd, POLLIN, 0};
@@ -55,6 +61,27 @@ bool SendAll(int fd, const char* data, std::size_t size) {
     return true;
 }
 
+// Seven TS packets: what fits an Ethernet frame.
+constexpr std::size_t kChunk = 7 * 188;
+
+// An RTP header for MPEG-TS (payload type 33) at 90 kHz, a 100 Hz stream's pace.
+void AppendRtpHeader(std::vector<std::uint8_t>& out, std::uint16_t sequence) {
+    const std::uint32_t timestamp = sequence * 900U;
+    const std::uint8_t header[12] = {0x80,
+                                     33,
+                                     static_cast<std::uint8_t>(sequence >> 8),
+                                     static_cast<std::uint8_t>(sequence),
+                                     static_cast<std::uint8_t>(timestamp >> 24),
+                                     static_cast<std::uint8_t>(timestamp >> 16),
+                                     static_cast<std::uint8_t>(timestamp >> 8),
+                                     static_cast<std::uint8_t>(timestamp),
+                                     0x5A,
+                                     0x4F,
+                                     0x52,
+                                     0x31};
+    out.insert(out.end(), header, header + sizeof(header));
+}
+
 } // namespace
 
 int FreePort(bool udp) {
@@ -63,41 +90,47 @@ int FreePort(bool udp) {
     return port;
 }
 
-// CHttpServer
+CPeerThread::CPeerThread(std::function<void(const std::atomic<bool>&)> body)
+    : m_Thread([this, body = std::move(body)] { body(m_Stop); }) {}
 
-CHttpServer::CHttpServer(std::string file, long stallAfter)
-    : m_File(std::move(file)), m_StallAfter(stallAfter) {
-    m_Listener = BoundSocket(SOCK_STREAM, &m_Port);
-    listen(m_Listener, 8);
-    m_Thread = std::thread([this] { Serve(); });
-}
-
-CHttpServer::~CHttpServer() {
+CPeerThread::~CPeerThread() {
     m_Stop = true;
     m_Thread.join();
+}
+
+CListener::CListener(std::function<void(int, const std::atomic<bool>&)> session)
+    : m_Listener(ListeningSocket(&m_Port)),
+      m_Thread([this, session = std::move(session)](const std::atomic<bool>& stop) {
+          while (!stop) {
+              if (!Readable(m_Listener)) {
+                  continue;
+              }
+              const int connection = accept(m_Listener, nullptr, nullptr);
+              if (connection >= 0) {
+                  session(connection, stop);
+                  close(connection);
+              }
+          }
+      }) {}
+
+CListener::~CListener() {
     close(m_Listener);
 }
 
+// CHttpServer
+
+CHttpServer::CHttpServer(std::string file, long stallAfter)
+    : m_File(std::move(file)), m_StallAfter(stallAfter),
+      m_Listener(
+          [this](int connection, const std::atomic<bool>& stop) { Answer(connection, stop); }) {}
+
 std::string CHttpServer::Url(const std::string& name) const {
-    return "http://127.0.0.1:" + std::to_string(m_Port) + "/" + name;
+    return "http://127.0.0.1:" + std::to_string(m_Listener.Port()) + "/" + name;
 }
 
-void CHttpServer::Serve() {
-    while (!m_Stop) {
-        if (!Readable(m_Listener)) {
-            continue;
-        }
-        const int connection = accept(m_Listener, nullptr, nullptr);
-        if (connection >= 0) {
-            Answer(connection);
-            close(connection);
-        }
-    }
-}
-
-void CHttpServer::Answer(int connection) {
+void CHttpServer::Answer(int connection, const std::atomic<bool>& stop) {
     std::string request;
-    while (!m_Stop && request.find("\r\n\r\n") == std::string::npos) {
+    while (!stop && request.find("\r\n\r\n") == std::string::npos) {
         if (!Readable(connection)) {
             continue;
         }
@@ -129,7 +162,7 @@ void CHttpServer::Answer(int connection) {
         size = std::min(size, static_cast<std::size_t>(m_StallAfter));
     }
     SendAll(connection, body.data() + from, size);
-    while (m_StallAfter >= 0 && !m_Stop) {
+    while (m_StallAfter >= 0 && !stop) {
         Readable(connection); // holds the connection open, silent
     }
 }
@@ -137,40 +170,19 @@ void CHttpServer::Answer(int connection) {
 // CTsSender
 
 CTsSender::CTsSender(const std::string& file, int port, bool rtp)
-    : m_Data(ReadFile(file)), m_Port(port), m_Rtp(rtp) {
-    m_Thread = std::thread([this] { Send(); });
-}
+    : m_Data(ReadFile(file)), m_Port(port), m_Rtp(rtp),
+      m_Thread([this](const std::atomic<bool>& stop) { Send(stop); }) {}
 
-CTsSender::~CTsSender() {
-    m_Stop = true;
-    m_Thread.join();
-}
-
-void CTsSender::Send() {
-    constexpr std::size_t kChunk = 7 * 188; // what fits an Ethernet frame
+void CTsSender::Send(const std::atomic<bool>& stop) {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     const sockaddr_in to = Loopback(m_Port);
     std::uint16_t sequence = 0;
-    std::uint32_t timestamp = 0;
     std::vector<std::uint8_t> datagram;
-    while (!m_Stop) {
-        for (std::size_t at = 0; at + kChunk <= m_Data.size() && !m_Stop; at += kChunk) {
+    while (!stop) {
+        for (std::size_t at = 0; at + kChunk <= m_Data.size() && !stop; at += kChunk) {
             datagram.clear();
             if (m_Rtp) {
-                datagram = {0x80,
-                            33,
-                            static_cast<std::uint8_t>(sequence >> 8),
-                            static_cast<std::uint8_t>(sequence),
-                            static_cast<std::uint8_t>(timestamp >> 24),
-                            static_cast<std::uint8_t>(timestamp >> 16),
-                            static_cast<std::uint8_t>(timestamp >> 8),
-                            static_cast<std::uint8_t>(timestamp),
-                            0x5A,
-                            0x4F,
-                            0x52,
-                            0x31};
-                ++sequence;
-                timestamp += 900;
+                AppendRtpHeader(datagram, sequence++);
             }
             datagram.insert(datagram.end(), m_Data.begin() + static_cast<long>(at),
                             m_Data.begin() + static_cast<long>(at + kChunk));
@@ -186,42 +198,22 @@ void CTsSender::Send() {
 
 // CRtspCamera
 
-CRtspCamera::CRtspCamera(const std::string& file) : m_Data(ReadFile(file)) {
-    m_Listener = BoundSocket(SOCK_STREAM, &m_Port);
-    listen(m_Listener, 4);
-    m_Thread = std::thread([this] { Serve(); });
-}
-
-CRtspCamera::~CRtspCamera() {
-    m_Stop = true;
-    m_Thread.join();
-    close(m_Listener);
-}
+CRtspCamera::CRtspCamera(const std::string& file)
+    : m_Data(ReadFile(file)), m_Listener([this](int connection, const std::atomic<bool>& stop) {
+          Session(connection, stop);
+      }) {}
 
 std::string CRtspCamera::Url() const {
-    return "rtsp://127.0.0.1:" + std::to_string(m_Port) + "/cam";
+    return "rtsp://127.0.0.1:" + std::to_string(m_Listener.Port()) + "/cam";
 }
 
-void CRtspCamera::Serve() {
-    while (!m_Stop) {
-        if (!Readable(m_Listener)) {
-            continue;
-        }
-        const int connection = accept(m_Listener, nullptr, nullptr);
-        if (connection >= 0) {
-            Session(connection);
-            close(connection);
-        }
-    }
-}
-
-void CRtspCamera::Session(int connection) {
+void CRtspCamera::Session(int connection, const std::atomic<bool>& stop) {
     std::string input;
     bool playing = false;
     std::size_t at = 0;
     std::uint16_t sequence = 0;
     std::vector<std::uint8_t> frame;
-    while (!m_Stop) {
+    while (!stop) {
         // Requests, answered as they come; while playing, they only interrupt the stream.
         pollfd entry{connection, POLLIN, 0};
         if (poll(&entry, 1, playing ? 0 : 50) > 0) {
@@ -252,17 +244,14 @@ void CRtspCamera::Session(int connection) {
                          "/\r\nContent-Type: application/sdp\r\n"
                          "Content-Length: " +
                          std::to_string(sdp.size()) + "\r\n\r\n" + sdp;
+            } else if (request.rfind("SETUP", 0) == 0 &&
+                       request.find("RTP/AVP/TCP") == std::string::npos) {
+                reply = "RTSP/1.0 461 Unsupported Transport\r\nCSeq: " + cseq + "\r\n\r\n";
             } else if (request.rfind("SETUP", 0) == 0) {
-                if (request.find("RTP/AVP/TCP") == std::string::npos) {
-                    reply = "RTSP/1.0 461 Unsupported Transport\r\nCSeq: " + cseq + "\r\n\r\n";
-                } else {
-                    reply += "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n"
-                             "Session: 5A4F52\r\n\r\n";
-                }
-            } else if (request.rfind("PLAY", 0) == 0) {
-                reply += "Session: 5A4F52\r\n\r\n";
-                playing = true;
+                reply += "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n"
+                         "Session: 5A4F52\r\n\r\n";
             } else {
+                playing = playing || request.rfind("PLAY", 0) == 0;
                 reply += "Session: 5A4F52\r\n\r\n";
             }
             if (!SendAll(connection, reply.data(), reply.size())) {
@@ -274,32 +263,16 @@ void CRtspCamera::Session(int connection) {
             continue;
         }
         // One RTP packet of seven TS packets, framed for the RTSP connection ('$', channel 0).
-        constexpr std::size_t kChunk = 7 * 188;
         if (at + kChunk > m_Data.size()) {
             at = 0;
         }
-        const std::size_t length = 12 + kChunk;
-        const std::uint32_t timestamp = sequence * 900U;
-        frame = {'$',
-                 0,
-                 static_cast<std::uint8_t>(length >> 8),
-                 static_cast<std::uint8_t>(length),
-                 0x80,
-                 33,
-                 static_cast<std::uint8_t>(sequence >> 8),
-                 static_cast<std::uint8_t>(sequence),
-                 static_cast<std::uint8_t>(timestamp >> 24),
-                 static_cast<std::uint8_t>(timestamp >> 16),
-                 static_cast<std::uint8_t>(timestamp >> 8),
-                 static_cast<std::uint8_t>(timestamp),
-                 0x5A,
-                 0x4F,
-                 0x52,
-                 0x31};
+        constexpr std::size_t kLength = 12 + kChunk;
+        frame = {'$', 0, static_cast<std::uint8_t>(kLength >> 8),
+                 static_cast<std::uint8_t>(kLength)};
+        AppendRtpHeader(frame, sequence++);
         frame.insert(frame.end(), m_Data.begin() + static_cast<long>(at),
                      m_Data.begin() + static_cast<long>(at + kChunk));
         at += kChunk;
-        ++sequence;
         if (!SendAll(connection, reinterpret_cast<const char*>(frame.data()), frame.size())) {
             return;
         }
@@ -309,26 +282,11 @@ void CRtspCamera::Session(int connection) {
 
 // CSilentServer
 
-CSilentServer::CSilentServer() {
-    m_Listener = BoundSocket(SOCK_STREAM, &m_Port);
-    listen(m_Listener, 8);
-    m_Thread = std::thread([this] {
-        std::vector<int> held;
-        while (!m_Stop) {
-            if (Readable(m_Listener)) {
-                held.push_back(accept(m_Listener, nullptr, nullptr));
-            }
-        }
-        for (int connection : held) {
-            close(connection);
-        }
-    });
-}
-
-CSilentServer::~CSilentServer() {
-    m_Stop = true;
-    m_Thread.join();
-    close(m_Listener);
-}
+CSilentServer::CSilentServer()
+    : m_Listener([](int connection, const std::atomic<bool>& stop) {
+          while (!stop) {
+              Readable(connection); // holds the connection open, silent
+          }
+      }) {}
 
 } // namespace zortest

@@ -1,9 +1,10 @@
 // Loopback peers for the media source's network tests: an HTTP server, a UDP or RTP sender of an
-// MPEG-TS file, and a TCP server that accepts and never answers. Each runs on a thread of its
-// own from construction to destruction and only ever talks to 127.0.0.1.
+// MPEG-TS file, an RTSP camera and a TCP server that accepts and never answers. Each runs on a
+// thread of its own from construction to destruction and only ever talks to 127.0.0.1.
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -12,27 +13,49 @@ namespace zortest {
 // A free local port (UDP or TCP) as the system hands one out.
 int FreePort(bool udp);
 
+// Runs body on a thread until destroyed; body must return soon after its stop flag turns true.
+// Peers declare it last so that it stops before anything the body uses goes.
+class CPeerThread {
+public:
+    explicit CPeerThread(std::function<void(const std::atomic<bool>& stop)> body);
+    ~CPeerThread();
+    CPeerThread(const CPeerThread&) = delete;
+    CPeerThread& operator=(const CPeerThread&) = delete;
+
+private:
+    std::atomic<bool> m_Stop{false};
+    std::thread m_Thread;
+};
+
+// Listens on a free loopback port and hands each connection in turn to session, closing it after.
+class CListener {
+public:
+    explicit CListener(std::function<void(int connection, const std::atomic<bool>& stop)> session);
+    ~CListener();
+    CListener(const CListener&) = delete;
+    CListener& operator=(const CListener&) = delete;
+    int Port() const { return m_Port; }
+
+private:
+    int m_Port = 0; // before m_Listener, which sets it
+    int m_Listener;
+    CPeerThread m_Thread;
+};
+
 // Serves one file over HTTP/1.0 to any number of requests, byte ranges included. After
 // stallAfter bytes of a response it stops sending (the connection stays open), to test a stream
 // that stops answering.
 class CHttpServer {
 public:
     explicit CHttpServer(std::string file, long stallAfter = -1);
-    ~CHttpServer();
-    CHttpServer(const CHttpServer&) = delete;
-    CHttpServer& operator=(const CHttpServer&) = delete;
     std::string Url(const std::string& name) const;
 
 private:
-    void Serve();
-    void Answer(int connection);
+    void Answer(int connection, const std::atomic<bool>& stop);
 
     std::string m_File;
     long m_StallAfter;
-    int m_Listener = -1;
-    int m_Port = 0;
-    std::atomic<bool> m_Stop{false};
-    std::thread m_Thread;
+    CListener m_Listener;
 };
 
 // Sends an MPEG-TS file to 127.0.0.1:port in datagrams of seven TS packets, over and over until
@@ -40,18 +63,14 @@ private:
 class CTsSender {
 public:
     CTsSender(const std::string& file, int port, bool rtp);
-    ~CTsSender();
-    CTsSender(const CTsSender&) = delete;
-    CTsSender& operator=(const CTsSender&) = delete;
 
 private:
-    void Send();
+    void Send(const std::atomic<bool>& stop);
 
     std::string m_Data;
     int m_Port;
     bool m_Rtp;
-    std::atomic<bool> m_Stop{false};
-    std::thread m_Thread;
+    CPeerThread m_Thread;
 };
 
 // An RTSP camera on 127.0.0.1: answers OPTIONS, DESCRIBE (one MPEG-TS track over RTP), SETUP
@@ -60,36 +79,23 @@ private:
 class CRtspCamera {
 public:
     explicit CRtspCamera(const std::string& file);
-    ~CRtspCamera();
-    CRtspCamera(const CRtspCamera&) = delete;
-    CRtspCamera& operator=(const CRtspCamera&) = delete;
     std::string Url() const;
 
 private:
-    void Serve();
-    void Session(int connection);
+    void Session(int connection, const std::atomic<bool>& stop);
 
     std::string m_Data;
-    int m_Listener = -1;
-    int m_Port = 0;
-    std::atomic<bool> m_Stop{false};
-    std::thread m_Thread;
+    CListener m_Listener;
 };
 
 // Accepts TCP connections and never says a word.
 class CSilentServer {
 public:
     CSilentServer();
-    ~CSilentServer();
-    CSilentServer(const CSilentServer&) = delete;
-    CSilentServer& operator=(const CSilentServer&) = delete;
-    int Port() const { return m_Port; }
+    int Port() const { return m_Listener.Port(); }
 
 private:
-    int m_Listener = -1;
-    int m_Port = 0;
-    std::atomic<bool> m_Stop{false};
-    std::thread m_Thread;
+    CListener m_Listener;
 };
 
 } // namespace zortest

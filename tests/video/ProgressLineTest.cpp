@@ -46,16 +46,4 @@ TEST(ProgressLine, AppearsAfterASecondRedrawsInPlaceAndEndsOnce) {
     EXPECT_FALSE(line.IsShown());
 }
 
-TEST(ProgressLine, ShorterLinesWipeWhatTheLongerOneLeft) {
-    std::vector<std::string> written;
-    CProgressLine line(
-        "a", [&](const std::string& text) { written.push_back(text); }, 0.0, 0.0);
-    line.Start(0.0, 0.0);
-    line.Update(1.0, 5.0, 3600.0); // "... 1:00:00 ..." is longer than what follows
-    line.Update(2.0, 5.0, 0.0);
-    ASSERT_EQ(written.size(), 2u);
-    EXPECT_EQ(written[1].size(), written[0].size());
-    EXPECT_EQ(written[1].back(), ' ');
-}
-
 } // namespace

@@ -88,18 +88,4 @@ TEST_F(VideoDecompressorModule, InvalidTimestampStartsANewSequence) {
     EXPECT_EQ(valid, 8);
 }
 
-TEST(VideoDecompressorCom, ThreadsAcceptWholeCountsOnly) {
-    auto* com = new CZorVideoDecompressorCom("");
-    for (double threads : {-1.0, 2.5, 65.0}) {
-        CJokGdDouble* value = CJokGdDouble::Allocate(threads);
-        EXPECT_EQ(com->SetProperty("threads", value), 0) << threads;
-        value->Release();
-    }
-    CJokGdDouble* two = CJokGdDouble::Allocate(2);
-    EXPECT_EQ(com->SetProperty("threads", two), 1);
-    two->Release();
-    EXPECT_EQ(com->Module()->GetThreadCount(), 2);
-    com->Release();
-}
-
 } // namespace

@@ -75,25 +75,6 @@ INSTANTIATE_TEST_SUITE_P(Sizes, FrameSize,
                          testing::Values(std::pair{1, 1}, std::pair{2, 2}, std::pair{3, 5},
                                          std::pair{175, 97}, std::pair{352, 288}));
 
-TEST(VideoFrame, FormatNumberChangesOnlyWithSizeOrKind) {
-    CZorFrameBuilder builder;
-    CKorVideoPacket* a = builder.NewFrame(64, 48, false);
-    CKorVideoPacket* b = builder.NewFrame(64, 48, false);
-    CKorVideoPacket* grey = builder.NewFrame(64, 48, true);
-    CKorVideoPacket* wider = builder.NewFrame(66, 48, true);
-    EXPECT_EQ(a->GetFormatSeqNumber(), b->GetFormatSeqNumber());
-    EXPECT_NE(b->GetFormatSeqNumber(), grey->GetFormatSeqNumber());
-    EXPECT_NE(grey->GetFormatSeqNumber(), wider->GetFormatSeqNumber());
-
-    // A processor's output frame shares its input's format.
-    CKorVideoPacket* like = CZorVideoFrame::NewFrameLike(a);
-    EXPECT_EQ(like->GetBitmapFormat(), a->GetBitmapFormat());
-    EXPECT_TRUE(CZorVideoFrame::IsFrame(like));
-    for (CKorVideoPacket* frame : {a, b, grey, wider, like}) {
-        frame->Release();
-    }
-}
-
 TEST(VideoFrame, RefusesWhatIsNotAFrame) {
     CZorFrameBuilder builder;
     SPlainPlane luma(16, 8, 0);

@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <functional>
 
 namespace zortest {
 
@@ -28,6 +29,50 @@ std::uint64_t Hash(const std::uint8_t* data, int stride, int width, int height, 
         }
     }
     return hash;
+}
+
+// Decodes every picture of the file's first video stream with libavcodec alone on one thread,
+// in output order; answers the codec's name, empty when nothing could be read.
+std::string DecodeFile(const std::string& file,
+                       const std::function<void(const AVFrame*, const AVRational&)>& each) {
+    AVFormatContext* input = nullptr;
+    if (avformat_open_input(&input, file.c_str(), nullptr, nullptr) < 0) {
+        return {};
+    }
+    avformat_find_stream_info(input, nullptr);
+    const int stream = av_find_best_stream(input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const AVCodec* codec =
+        stream >= 0 ? avcodec_find_decoder(input->streams[stream]->codecpar->codec_id) : nullptr;
+    AVCodecContext* context = codec ? avcodec_alloc_context3(codec) : nullptr;
+    if (!context) {
+        avformat_close_input(&input);
+        return {};
+    }
+    const AVRational timeBase = input->streams[stream]->time_base;
+    avcodec_parameters_to_context(context, input->streams[stream]->codecpar);
+    context->thread_count = 1;
+    avcodec_open2(context, codec, nullptr);
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* picture = av_frame_alloc();
+    auto take = [&] {
+        while (avcodec_receive_frame(context, picture) == 0) {
+            each(picture, timeBase);
+            av_frame_unref(picture);
+        }
+    };
+    while (av_read_frame(input, packet) >= 0) {
+        if (packet->stream_index == stream && avcodec_send_packet(context, packet) >= 0) {
+            take();
+        }
+        av_packet_unref(packet);
+    }
+    avcodec_send_packet(context, nullptr);
+    take();
+    av_frame_free(&picture);
+    av_packet_free(&packet);
+    avcodec_free_context(&context);
+    avformat_close_input(&input);
+    return codec->name;
 }
 
 } // namespace
@@ -49,53 +94,18 @@ SPictureSums SumsOf(const CKorVideoPacket* frame) {
 
 std::vector<SPictureSums> ReferenceDecode(const std::string& file) {
     std::vector<SPictureSums> sums;
-    AVFormatContext* input = nullptr;
-    if (avformat_open_input(&input, file.c_str(), nullptr, nullptr) < 0) {
-        return sums;
-    }
-    avformat_find_stream_info(input, nullptr);
-    const int stream = av_find_best_stream(input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    const AVCodec* codec =
-        stream >= 0 ? avcodec_find_decoder(input->streams[stream]->codecpar->codec_id) : nullptr;
-    AVCodecContext* context = codec ? avcodec_alloc_context3(codec) : nullptr;
-    if (!context) {
-        avformat_close_input(&input);
-        return sums;
-    }
-    avcodec_parameters_to_context(context, input->streams[stream]->codecpar);
-    context->thread_count = 1;
-    avcodec_open2(context, codec, nullptr);
-    AVPacket* packet = av_packet_alloc();
-    AVFrame* picture = av_frame_alloc();
-    auto take = [&] {
-        while (avcodec_receive_frame(context, picture) == 0) {
-            SPictureSums one;
-            one.m_Luma =
-                Hash(picture->data[0], picture->linesize[0], picture->width, picture->height, 0, 1);
-            const bool is420 =
-                picture->format == AV_PIX_FMT_YUV420P || picture->format == AV_PIX_FMT_YUVJ420P;
-            if (is420) {
-                const int cw = (picture->width + 1) / 2;
-                const int ch = (picture->height + 1) / 2;
-                one.m_Cb = Hash(picture->data[1], picture->linesize[1], cw, ch, 0, 1);
-                one.m_Cr = Hash(picture->data[2], picture->linesize[2], cw, ch, 0, 1);
-            }
-            sums.push_back(one);
-            av_frame_unref(picture);
+    DecodeFile(file, [&](const AVFrame* picture, const AVRational&) {
+        SPictureSums one;
+        one.m_Luma =
+            Hash(picture->data[0], picture->linesize[0], picture->width, picture->height, 0, 1);
+        if (picture->format == AV_PIX_FMT_YUV420P || picture->format == AV_PIX_FMT_YUVJ420P) {
+            const int cw = (picture->width + 1) / 2;
+            const int ch = (picture->height + 1) / 2;
+            one.m_Cb = Hash(picture->data[1], picture->linesize[1], cw, ch, 0, 1);
+            one.m_Cr = Hash(picture->data[2], picture->linesize[2], cw, ch, 0, 1);
         }
-    };
-    while (av_read_frame(input, packet) >= 0) {
-        if (packet->stream_index == stream && avcodec_send_packet(context, packet) >= 0) {
-            take();
-        }
-        av_packet_unref(packet);
-    }
-    avcodec_send_packet(context, nullptr);
-    take();
-    av_frame_free(&picture);
-    av_packet_free(&packet);
-    avcodec_free_context(&context);
-    avformat_close_input(&input);
+        sums.push_back(one);
+    });
     return sums;
 }
 
@@ -143,59 +153,25 @@ void Damage(CKorVideoPacket* packet, std::mt19937& random, unsigned kind) {
 
 SReadBack ReadBack(const std::string& file) {
     SReadBack back;
-    AVFormatContext* input = nullptr;
-    if (avformat_open_input(&input, file.c_str(), nullptr, nullptr) < 0) {
-        return back;
-    }
-    avformat_find_stream_info(input, nullptr);
-    const int stream = av_find_best_stream(input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    const AVCodec* codec =
-        stream >= 0 ? avcodec_find_decoder(input->streams[stream]->codecpar->codec_id) : nullptr;
-    AVCodecContext* context = codec ? avcodec_alloc_context3(codec) : nullptr;
-    if (!context) {
-        avformat_close_input(&input);
-        return back;
-    }
-    back.m_Codec = codec->name;
-    const AVRational timeBase = input->streams[stream]->time_base;
-    avcodec_parameters_to_context(context, input->streams[stream]->codecpar);
-    avcodec_open2(context, codec, nullptr);
-    AVPacket* packet = av_packet_alloc();
-    AVFrame* picture = av_frame_alloc();
-    auto take = [&] {
-        while (avcodec_receive_frame(context, picture) == 0) {
-            if (back.m_Frames++ == 0) {
-                back.m_Width = picture->width;
-                back.m_Height = picture->height;
-                back.m_First.resize(static_cast<size_t>(3) * picture->width * picture->height);
-                SwsContext* scaler = sws_getContext(
-                    picture->width, picture->height, static_cast<AVPixelFormat>(picture->format),
-                    picture->width, picture->height, AV_PIX_FMT_RGB24, SWS_POINT, nullptr, nullptr,
-                    nullptr);
-                std::uint8_t* planes[4] = {back.m_First.data(), nullptr, nullptr, nullptr};
-                const int strides[4] = {3 * picture->width, 0, 0, 0};
-                sws_scale(scaler, picture->data, picture->linesize, 0, picture->height, planes,
-                          strides);
-                sws_freeContext(scaler);
-            }
-            const long long pts = picture->best_effort_timestamp;
-            back.m_TimesMs.push_back(
-                pts == AV_NOPTS_VALUE ? -1 : av_rescale_q(pts, timeBase, AVRational{1, 1000}));
-            av_frame_unref(picture);
+    back.m_Codec = DecodeFile(file, [&](const AVFrame* picture, const AVRational& timeBase) {
+        if (back.m_Frames++ == 0) {
+            back.m_Width = picture->width;
+            back.m_Height = picture->height;
+            back.m_First.resize(static_cast<size_t>(3) * picture->width * picture->height);
+            SwsContext* scaler = sws_getContext(picture->width, picture->height,
+                                                static_cast<AVPixelFormat>(picture->format),
+                                                picture->width, picture->height, AV_PIX_FMT_RGB24,
+                                                SWS_POINT, nullptr, nullptr, nullptr);
+            std::uint8_t* planes[4] = {back.m_First.data(), nullptr, nullptr, nullptr};
+            const int strides[4] = {3 * picture->width, 0, 0, 0};
+            sws_scale(scaler, picture->data, picture->linesize, 0, picture->height, planes,
+                      strides);
+            sws_freeContext(scaler);
         }
-    };
-    while (av_read_frame(input, packet) >= 0) {
-        if (packet->stream_index == stream && avcodec_send_packet(context, packet) >= 0) {
-            take();
-        }
-        av_packet_unref(packet);
-    }
-    avcodec_send_packet(context, nullptr);
-    take();
-    av_frame_free(&picture);
-    av_packet_free(&packet);
-    avcodec_free_context(&context);
-    avformat_close_input(&input);
+        const long long pts = picture->best_effort_timestamp;
+        back.m_TimesMs.push_back(
+            pts == AV_NOPTS_VALUE ? -1 : av_rescale_q(pts, timeBase, AVRational{1, 1000}));
+    });
     return back;
 }
 

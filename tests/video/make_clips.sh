@@ -42,12 +42,6 @@ make cif-mjpeg422.avi -f lavfi -i "$(scene 352 288 1 16 48)" -c:v mjpeg -q:v 4 -
 make qcif-avcc.mkv -f lavfi -i "$(scene 176 144 1 8 24)" "${h264_camera[@]}" -b:v 100k
 make small-mpeg4.avi -f lavfi -i "$(scene 174 98 1 8 24)" -c:v mpeg4 -q:v 4 -pix_fmt yuv420p
 
-# Two parts of the bundled real footage: the footpath, where people walk all the time, and the
-# lawn below it, where nobody does (the same camera noise and coding, an empty scene).
-footage=$(dirname "$0")/../../examples/data/pedestrians.mp4
-make footpath.ts -i "$footage" -vf crop=352:112:0:64 "${h264_camera[@]}" -b:v 200k
-make lawn.ts -i "$footage" -vf crop=352:64:0:176 "${h264_camera[@]}" -b:v 120k
-
 if [ "$mode" = bench ]; then
     make bench-cif.ts -f lavfi -i "$(scene 352 288 16 16 48)" "${h264_camera[@]}" -b:v 400k
     make bench-hd.ts -f lavfi -i "$(scene 1920 1080 4 80 240)" "${h264_camera[@]}" -b:v 4M

@@ -13,6 +13,7 @@
 #include "framework/kor/Packet.h"
 #include "tests/analytics/counting/SyntheticScenes.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -42,45 +43,6 @@ CKorPacket* Frame(long time, const std::vector<SBox>& boxes, bool valid = true) 
     return packet;
 }
 
-CJokGdVector* Numbers(std::initializer_list<double> values) {
-    CJokGdVector* vector = CJokGdVector::Allocate(static_cast<int>(values.size()));
-    int i = 0;
-    for (double v : values) {
-        CJokGdDouble* number = CJokGdDouble::Allocate(v);
-        vector->SetElement(i++, number);
-        number->Release();
-    }
-    return vector;
-}
-
-int Set(CJokComponent* com, const char* property, CJokGenericData* value) {
-    const int result = com->SetProperty(property, value);
-    value->Release();
-    return result;
-}
-
-double Get(CJokComponent* com, const char* property) {
-    CJokGenericData* value = com->GetProperty(property, 0);
-    const double number =
-        value->GetType() == JOKGD_DOUBLE ? static_cast<CJokGdDouble*>(value)->GetValue() : -1;
-    value->Release();
-    return number;
-}
-
-class CCountCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        m_Last.clear();
-        for (int i = 0; i + 1 < context->GetPositionalCount(); ++i) {
-            m_Last.push_back(static_cast<CJokGdDouble*>(context->GetPositional(i))->GetValue());
-        }
-        ++m_Calls;
-        return 1;
-    }
-    std::vector<double> m_Last;
-    int m_Calls = 0;
-};
-
 } // namespace
 
 TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
@@ -91,10 +53,8 @@ TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
     CTestSource source;
     CTestSink sink;
     source | write->Module() | pca->Module() | read->Module() | sink;
-    CCountCallback callback;
-    CJokGdObject* object = CJokGdObject::Allocate(&callback, 1);
-    read->SetProperty("onCountChange", object);
-    object->Release();
+    CRecordingCallback callback;
+    SetCallback(read, "onCountChange", &callback);
     Set(write, "mode", CJokGdString::Allocate("write"));
     ASSERT_EQ(Set(pca, "line", Numbers({0, kLineY, 352, kLineY})), 1);
     for (CJokComponent* com : {static_cast<CJokComponent*>(write), static_cast<CJokComponent*>(pca),
@@ -109,10 +69,10 @@ TEST(PCAFilter, CountsWalkersIntoTheMetadataThatScriptsRead) {
         ++frames;
     }
     EXPECT_EQ(sink.Count(), frames);
-    EXPECT_EQ(callback.m_Calls, frames);
-    EXPECT_EQ(callback.m_Last, (std::vector<double>{3, 0, 3, 0, 0, 0}));
-    EXPECT_EQ(Get(pca, "entries"), 3);
-    EXPECT_EQ(Get(pca, "exits"), 3);
+    EXPECT_EQ(static_cast<int>(callback.m_Calls.size()), frames);
+    EXPECT_EQ(callback.m_Calls.back(), (std::vector<double>{3, 0, 3, 0, 0, 0, -1}));
+    EXPECT_EQ(GetNumber(pca, "entries"), 3);
+    EXPECT_EQ(GetNumber(pca, "exits"), 3);
     const CKorPeopleCountingMD* md =
         CKorPeopleCountingMD::Find(sink.Packets().back()->GetMetadataHandler());
     ASSERT_NE(md, nullptr);
@@ -173,10 +133,8 @@ TEST(LODFilter, ABagLeftBehindRaisesTheExitBlockingAlarmInTime) {
     CTestSource source;
     CTestSink sink;
     source | lod->Module() | blocking->Module() | sink;
-    CCountCallback callback;
-    CJokGdObject* object = CJokGdObject::Allocate(&callback, 1);
-    blocking->SetProperty("onCountChange", object);
-    object->Release();
+    CRecordingCallback callback;
+    SetCallback(blocking, "onCountChange", &callback);
     CJokCommandContext duration;
     duration.AddParam("SetTargetDuration", 5000.0);
     blocking->SetTargetDuration(&duration);
@@ -189,14 +147,14 @@ TEST(LODFilter, ABagLeftBehindRaisesTheExitBlockingAlarmInTime) {
     long first = -1;
     for (const SFrame& frame : RenderScene(scene)) {
         source.Push(Frame(frame.m_Time, frame.m_Boxes));
-        if (first < 0 && callback.m_Calls > 0) {
+        if (first < 0 && !callback.m_Calls.empty()) {
             first = frame.m_Time;
         }
     }
     ASSERT_GE(first, 0);
     EXPECT_LE(first, drop + 5000 + 1000);
-    EXPECT_EQ(callback.m_Last[0], 1);
-    EXPECT_EQ(Get(lod, "targets"), 1);
+    EXPECT_EQ(callback.m_Calls.back()[0], 1);
+    EXPECT_EQ(GetNumber(lod, "targets"), 1);
     const CKorLeftObjectDetectionMD* md =
         CKorLeftObjectDetectionMD::Find(sink.Packets().back()->GetMetadataHandler());
     ASSERT_NE(md, nullptr);

@@ -17,20 +17,26 @@ struct SPoint {
     ETrackState m_State = ETrackState::Tracked;
 };
 
-// Walks one confirmed track (16x40, born at the first point) through the points, one frame each;
-// answers the directions counted, in order.
-std::vector<int> Walk(CLineCounter& counter, const std::vector<SPoint>& points,
-                      unsigned long id = 1, unsigned long parent = 0) {
-    std::vector<SCrossing> crossings;
+// A confirmed, moving track of a walker's size (16x40), born at (x, y).
+STrack Walker(unsigned long id, double x, double y) {
     STrack t;
     t.m_Id = id;
-    t.m_ParentId = parent;
     t.m_Confirmed = true;
     t.m_Moving = true;
     t.m_Width = 16;
     t.m_Height = 40;
-    t.m_BornX = points.front().m_X;
-    t.m_BornY = points.front().m_Y;
+    t.m_BornX = t.m_X = t.m_StillX = x;
+    t.m_BornY = t.m_Y = t.m_StillY = y;
+    return t;
+}
+
+// Walks one walker's track (born at the first point) through the points, one frame each;
+// answers the directions counted, in order.
+std::vector<int> Walk(CLineCounter& counter, const std::vector<SPoint>& points,
+                      unsigned long id = 1, unsigned long parent = 0) {
+    std::vector<SCrossing> crossings;
+    STrack t = Walker(id, points.front().m_X, points.front().m_Y);
+    t.m_ParentId = parent;
     long time = 0;
     for (const SPoint& p : points) {
         t.m_X = t.m_StillX = p.m_X;
@@ -128,18 +134,10 @@ TEST(LineCounter, AStandingTrackKeepsItsSide) {
     CLineCounter counter;
     counter.SetLine(0, 120, 352, 120);
     std::vector<SCrossing> crossings;
-    STrack t;
-    t.m_Id = 1;
-    t.m_Confirmed = true;
-    t.m_Width = 16;
-    t.m_Height = 40;
-    t.m_BornX = 100;
-    t.m_BornY = 60;
+    STrack t = Walker(1, 100, 60);
     long time = 0;
     for (double y = 60; y <= 118; y += 2, time += 40) {
-        t.m_X = 100;
-        t.m_Y = y;
-        t.m_Moving = true;
+        t.m_Y = t.m_StillY = y;
         counter.Update(time, {t}, {}, crossings);
     }
     for (double y = 118; y <= 136; y += 2, time += 40) {
@@ -178,15 +176,7 @@ TEST(LineCounter, CrossingsWhileBeingConfirmedAndAfterASplitCount) {
     CLineCounter counter;
     counter.SetLine(0, 120, 352, 120);
     // First seen confirmed already beyond the line: its birth point says where it came from.
-    STrack t;
-    t.m_Id = 5;
-    t.m_Confirmed = true;
-    t.m_Moving = true;
-    t.m_Width = 16;
-    t.m_Height = 40;
-    t.m_BornX = 100;
-    t.m_BornY = 90;
-    t.m_X = t.m_StillX = 100;
+    STrack t = Walker(5, 100, 90);
     t.m_Y = t.m_StillY = 150;
     std::vector<SCrossing> crossings;
     counter.Update(0, {t}, {}, crossings);

@@ -8,6 +8,7 @@
 #include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
 #include "tests/support/Harness.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -17,42 +18,6 @@
 using namespace zortest;
 
 namespace {
-
-// A script callback that keeps the numbers of every call and the component it was given.
-class CRecordingCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        std::vector<double> numbers;
-        const int count = context->GetPositionalCount();
-        for (int i = 0; i + 1 < count; ++i) {
-            const CJokGenericData* value = context->GetPositional(i);
-            numbers.push_back(value && value->GetType() == JOKGD_DOUBLE
-                                  ? static_cast<const CJokGdDouble*>(value)->GetValue()
-                                  : -1);
-        }
-        const CJokGenericData* last = context->GetPositional(count - 1);
-        m_LastIsComponent = last && last->GetType() == JOKGD_OBJECT;
-        m_Calls.push_back(numbers);
-        m_Order->push_back(m_Name);
-        return 1;
-    }
-    std::vector<std::vector<double>> m_Calls;
-    bool m_LastIsComponent = false;
-    std::string m_Name;
-    std::vector<std::string>* m_Order = nullptr;
-};
-
-void SetCallback(CJokComponent* com, const char* property, CRecordingCallback* callback) {
-    CJokGdObject* value = CJokGdObject::Allocate(callback, 1);
-    ASSERT_EQ(com->SetProperty(property, value), 1);
-    value->Release();
-}
-
-bool Set(CJokComponent* com, const char* property, CJokGenericData* value) {
-    const int result = com->SetProperty(property, value);
-    value->Release();
-    return result == 1;
-}
 
 CKorPacket* WithHandler(CKorPacket* packet, CKorMetadataHandler* handler) {
     packet->SetMetadataHandler(handler, true);
@@ -76,10 +41,8 @@ protected:
     void SetUp() override {
         m_pCom = new TCom("");
         m_Source | m_pCom->Module() | m_Sink;
-        m_Count.m_Name = "count";
-        m_Count.m_Order = &m_Order;
-        m_Interval.m_Name = "interval";
-        m_Interval.m_Order = &m_Order;
+        m_Count.m_Action = [this] { m_Order.push_back("count"); };
+        m_Interval.m_Action = [this] { m_Order.push_back("interval"); };
         SetCallback(m_pCom, "onCountChange", &m_Count);
     }
     void TearDown() override {
@@ -127,12 +90,12 @@ TEST_F(PeopleCountFilter, NotifiesEveryPacketWithAHandlerInTheStatedOrder) {
     m_Source.Push(WithHandler(MakeVideoPacket(80, 0), new CKorBoundingBoxesMD)); // no "PCD1"
     m_Source.Push(WithHandler(MakeVideoPacket(1040, 0), Crossings(0, 1, 0)));
     ASSERT_EQ(m_Count.m_Calls.size(), 3U);
-    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 1, 0, 1, 0}));
-    EXPECT_EQ(m_Count.m_Calls[1], (std::vector<double>{2, 0, 1, 0, 1, 0}));
-    EXPECT_EQ(m_Count.m_Calls[2], (std::vector<double>{0, 0, 1, 0, 0, 0}));
-    EXPECT_TRUE(m_Count.m_LastIsComponent);
+    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 1, 0, 1, 0, -1}));
+    EXPECT_EQ(m_Count.m_Calls[1], (std::vector<double>{2, 0, 1, 0, 1, 0, -1}));
+    EXPECT_EQ(m_Count.m_Calls[2], (std::vector<double>{0, 0, 1, 0, 0, 0, -1})) << "the filter last";
+    EXPECT_EQ(m_Count.m_Calls[2].m_pObject, m_pCom);
     ASSERT_EQ(m_Interval.m_Calls.size(), 1U);
-    EXPECT_EQ(m_Interval.m_Calls[0], (std::vector<double>{0, 1000, 2, 1, 1}));
+    EXPECT_EQ(m_Interval.m_Calls[0], (std::vector<double>{0, 1000, 2, 1, 1, -1}));
     EXPECT_EQ(m_Order, (std::vector<std::string>{"count", "count", "interval", "count"}));
     EXPECT_EQ(m_Sink.Count(), 4);
 }
@@ -232,45 +195,9 @@ TEST_F(ExitBlockingFilter, NotifiesOnlyWhenSomethingStoodLongerThanTheDuration) 
     m_Source.Push(WithHandler(MakeVideoPacket(80, 0), new CKorBoundingBoxesMD));
     m_Source.Push(WithHandler(MakeVideoPacket(120, 0), Standing({30, 51, 80}))); // 5.1 s, 8 s
     ASSERT_EQ(m_Count.m_Calls.size(), 1U);
-    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 3, 0, 8, 0}));
+    EXPECT_EQ(m_Count.m_Calls[0], (std::vector<double>{2, 0, 3, 0, 8, 0, -1}));
     EXPECT_EQ(m_pCom->Module().Counters().m_LongestId, 3U);
     EXPECT_EQ(m_Sink.Count(), 4);
-}
-
-TEST_F(ExitBlockingFilter, TargetFunctionsReadTheirOwnParameters) {
-    using C = CZorExitBlockingFilterCom;
-    CBelDiagnosticCapture capture;
-    // Named, positional, missing (the default 0), and unusable (nothing stored).
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetNumberOfTargets,
-                         [](CJokCommandContext& c) { c.AddParam("SetNumberOfTargets", 2.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetType,
-                         [](CJokCommandContext& c) { c.AddParam(nullptr, 1.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetID,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetID", 7.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", 3000.0); }),
-              1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", "long"); }),
-              -1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetID,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetID", -3.0); }),
-              -1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetNumberOfTargets), 2);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetType), 1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetID), 7);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 3000);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration), 1);
-    EXPECT_EQ(CallNumber(m_pCom, &C::GetTargetDuration), 0);
-    EXPECT_EQ(CallNumber(m_pCom, &C::SetTargetDuration,
-                         [](CJokCommandContext& c) { c.AddParam("SetTargetDuration", -10.0); }),
-              1);
-    EXPECT_NE(capture.Text(EBelDiagnosticKind::Dump).str().find("counts as 0"), std::string::npos);
-    EXPECT_NE(capture.Text(EBelDiagnosticKind::ScriptError).str().find("SetTargetID"),
-              std::string::npos);
 }
 
 TEST_F(ExitBlockingFilter, WriteModeTagsNewHandlersLOD1AndZeroesTheCounters) {

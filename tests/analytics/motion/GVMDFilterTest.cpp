@@ -12,17 +12,12 @@ using namespace zortest;
 
 namespace {
 
+// A mask as a script gives it: a vector of {x1, x2, y1, y2} vectors.
 CJokGenericData* Rects(std::initializer_list<std::initializer_list<double>> rects) {
     CJokGdVector* list = CJokGdVector::Allocate(static_cast<int>(rects.size()));
     int i = 0;
     for (const auto& rect : rects) {
-        CJokGdVector* numbers = CJokGdVector::Allocate(static_cast<int>(rect.size()));
-        int j = 0;
-        for (double v : rect) {
-            CJokGdDouble* number = CJokGdDouble::Allocate(v);
-            numbers->SetElement(j++, number);
-            number->Release();
-        }
+        CJokGdVector* numbers = Numbers(rect);
         list->SetElement(i++, numbers);
         numbers->Release();
     }

@@ -1,5 +1,5 @@
 // Test doubles for the motion components: an attribute source over rows in memory (with a read
-// that can be made to fail), and a callback that records each call's arguments.
+// that can be made to fail), and property helpers that go through the component's map.
 #pragma once
 
 #include "framework/jok/Command.h"
@@ -7,6 +7,7 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/AttributeSource.h"
 #include "framework/kor/BoundingBoxesMD.h"
+#include "tests/support/RecordingCallback.h"
 
 #include <limits>
 #include <map>
@@ -111,65 +112,6 @@ private:
     long m_Refs = 1;
     size_t m_Cursor = 0;
 };
-
-// Records each call's positional arguments: numbers as they are, null as NaN, objects as -1.
-class CRecordingCallback : public CJokSimpleCommandObject {
-public:
-    int CallMethod(CJokCommandContext* context) override {
-        std::vector<double> call;
-        for (int i = 0; i < context->GetPositionalCount(); ++i) {
-            const CJokGenericData* value = context->GetPositional(i);
-            switch (value->GetType()) {
-            case JOKGD_DOUBLE:
-                call.push_back(static_cast<const CJokGdDouble*>(value)->GetValue());
-                break;
-            case JOKGD_NULL:
-                call.push_back(std::numeric_limits<double>::quiet_NaN());
-                break;
-            case JOKGD_OBJECT:
-                call.push_back(-1);
-                break;
-            default:
-                call.push_back(-2);
-                break;
-            }
-        }
-        m_Calls.push_back(call);
-        return 1;
-    }
-    std::vector<std::vector<double>> m_Calls;
-};
-
-// Sets a property through the component's map, as a script does; answers its result.
-template <class T> int SetNumber(T* component, const char* name, double value) {
-    CJokGdDouble* number = CJokGdDouble::Allocate(value);
-    const int result = component->SetProperty(name, number);
-    number->Release();
-    return result;
-}
-
-template <class T> double GetNumber(T* component, const char* name) {
-    CJokGenericData* value = component->GetProperty(name, 0);
-    const double number = value && value->GetType() == JOKGD_DOUBLE
-                              ? static_cast<CJokGdDouble*>(value)->GetValue()
-                              : std::numeric_limits<double>::quiet_NaN();
-    if (value) {
-        value->Release();
-    }
-    return number;
-}
-
-template <class T> void SetBoolean(T* component, const char* name, bool on) {
-    CJokGdBoolean* value = CJokGdBoolean::Allocate(on);
-    component->SetProperty(name, value);
-    value->Release();
-}
-
-template <class T> void SetCallback(T* component, const char* name, IJokCommand* callback) {
-    CJokGdObject* value = CJokGdObject::Allocate(callback, 1);
-    component->SetProperty(name, value);
-    value->Release();
-}
 
 // The (startTime, endTime) pairs of a result vector of interval objects (borrowed).
 template <class TInfo> std::vector<std::pair<double, double>> Intervals(CJokGenericData* result) {

@@ -198,34 +198,6 @@ TEST(ObjectTrackingComponent, StartsDisabledAndPassesPacketsUntouched) {
 
 class ObjectTrackingOnH264 : public ObjectTrackingModule {};
 
-TEST_F(ObjectTrackingOnH264, AWalkerAcrossACameraSceneIsBoxedAndTheEmptySceneIsNot) {
-    // cif.ts: 8 s at 25 frames/s, empty for 2 s, a dark figure crossing from 2 s to 6 s.
-    zortest::CClipPackets clip(zortest::ClipPath("cif.ts"));
-    ASSERT_TRUE(clip.Ok()) << clip.Error();
-    for (int i = 0; i < clip.Count(); ++i) {
-        m_Source.Push(clip.Take(i));
-    }
-    ASSERT_EQ(m_Sink.Count(), clip.Count()) << "one picture a packet";
-    int quiet = 0;
-    int walking = 0;
-    int crossing = 0;
-    for (int i = 0; i < m_Sink.Count(); ++i) {
-        const CKorPacket* out = m_Sink.Packets()[static_cast<std::size_t>(i)];
-        ASSERT_TRUE(CZorVideoFrame::IsFrame(static_cast<const CKorVideoPacket*>(out)));
-        EXPECT_EQ(out->GetTimeStamp(), clip.At(i)->GetTimeStamp());
-        const int t = i * 40;
-        if ((t > 400 && t < 1900) || t > 7000) {
-            quiet += BoxCount(out);
-        } else if (t > 2600 && t < 5400) {
-            walking += BoxCount(out) > 0;
-            ++crossing;
-        }
-    }
-    EXPECT_EQ(quiet, 0);
-    EXPECT_EQ(walking, crossing) << "every frame of the crossing has boxes";
-    EXPECT_EQ(m_Module.Processor().ErrorCount(), 0);
-}
-
 TEST_F(ObjectTrackingOnH264, PedestriansOnARealCameraAreBoxedWhereTheyWalk) {
     // 30 s of a fixed camera over a footpath, 10 pictures a second, people throughout. The
     // lawn at the bottom left is walked on by nobody: once the people standing there in the

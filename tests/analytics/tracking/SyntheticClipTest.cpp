@@ -59,20 +59,6 @@ TEST(SyntheticClip, TruthFollowsTheObjectAndItsStops) {
     EXPECT_EQ(truth.Bitmap().Row(11)[27], kSynthBackground) << "after its last key";
 }
 
-TEST(SyntheticClip, TheLightStepScalesThePicture) {
-    SZorSynthScene scene = ZorSynthStaticScene(32, 16, 10, 0.0, 3);
-    scene.m_StepFrame = 5;
-    scene.m_StepGain = 1.15;
-    CZorSyntheticClip clip(scene);
-    CBeluiBitmapBuffer before, after;
-    before.Allocate(32, 16);
-    after.Allocate(32, 16);
-    clip.Render(4, before.Bitmap());
-    clip.Render(5, after.Bitmap());
-    const int b = before.Bitmap().Row(8)[16];
-    EXPECT_NEAR(after.Bitmap().Row(8)[16], b * 1.15, 0.5 + 1e-9);
-}
-
 TEST(BlockScore, CountsByCoverageAndSkipsWhereStillObjectsWere) {
     // 3 x 1 blocks of 4 x 4: block 0 a quarter moving, block 1 one pixel moving (not scored),
     // block 2 empty.

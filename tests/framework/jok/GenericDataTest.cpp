@@ -31,25 +31,6 @@ private:
 
 } // namespace
 
-TEST(GenericData, TypeCodes) {
-    const struct {
-        std::function<CJokGenericData*()> make;
-        int type;
-    } cases[] = {
-        {[] { return CJokGdNone::Allocate(); }, 0},
-        {[] { return CJokGdNull::Allocate(); }, 1},
-        {[] { return CJokGdBoolean::Allocate(7); }, 2},
-        {[] { return CJokGdDouble::Allocate(1.5); }, 3},
-        {[] { return CJokGdString::Allocate("x"); }, 4},
-        {[] { return CJokGdVector::Allocate(2); }, 5},
-    };
-    for (const auto& c : cases) {
-        SHeld value{c.make()};
-        EXPECT_EQ(value->GetType(), c.type);
-        EXPECT_EQ(value->GetRefCount(), 1);
-    }
-}
-
 TEST(GenericData, VectorHoldsOneReferencePerElement) {
     SHeld element{CJokGdDouble::Allocate(2)};
     SHeld replacement{CJokGdString::Allocate("b")};
