@@ -277,22 +277,28 @@ const CKorBoundingBoxesMD::SPieces& CKorBoundingBoxesMD::Pieces() const {
     return m_Pieces;
 }
 
+long long CKorBoundingBoxesMD::PieceOverlapArea(size_t piece,
+                                                const CKorBoundingBoxesMD& boxes) const {
+    const SPieces& pieces = Pieces();
+    std::vector<SRect>& clipped = m_Scratch.m_Clipped;
+    clipped.clear();
+    for (const SKorBoundingBox& box : boxes.m_Boxes) {
+        const SRect r = Clip(box, pieces.m_Left[piece], pieces.m_Top[piece], pieces.m_Right[piece],
+                             pieces.m_Bottom[piece]);
+        if (!IsEmpty(r)) {
+            clipped.push_back(r);
+        }
+    }
+    return UnionArea(clipped, m_Scratch.m_Xs, m_Scratch.m_Spans);
+}
+
 long long CKorBoundingBoxesMD::OverlapArea(const CKorBoundingBoxesMD& boxes) const {
     // The pieces are disjoint, so the overlap is the sum over pieces of the union of the boxes
     // clipped to each.
-    const SPieces& pieces = Pieces();
+    Pieces(); // brings m_PieceCount up to date
     long long area = 0;
-    std::vector<SRect>& clipped = m_Scratch.m_Clipped;
     for (size_t j = 0; j < m_PieceCount; ++j) {
-        clipped.clear();
-        for (const SKorBoundingBox& box : boxes.m_Boxes) {
-            const SRect r =
-                Clip(box, pieces.m_Left[j], pieces.m_Top[j], pieces.m_Right[j], pieces.m_Bottom[j]);
-            if (!IsEmpty(r)) {
-                clipped.push_back(r);
-            }
-        }
-        area += UnionArea(clipped, m_Scratch.m_Xs, m_Scratch.m_Spans);
+        area += PieceOverlapArea(j, boxes);
     }
     return area;
 }
@@ -365,7 +371,21 @@ bool CKorBoundingBoxesMD::Intersects(const CKorBoundingBoxesMD* boxes, long minO
     if (upper < needed) {
         return false;
     }
-    return OverlapArea(*boxes) >= needed;
+    // Exact, piece by piece, only where boxes overlap each other within a piece (elsewhere the
+    // sum is the union), stopping as soon as the answer is certain either way.
+    long long exact = 0;
+    long long rest = upper;
+    for (size_t j = 0; j < m_PieceCount; ++j) {
+        rest -= m_Sum[j];
+        exact += m_Sum[j] == m_Best[j] ? m_Sum[j] : PieceOverlapArea(j, *boxes);
+        if (exact >= needed) {
+            return true;
+        }
+        if (exact + rest < needed) {
+            return false;
+        }
+    }
+    return false;
 }
 
 CKorMetadataHandler* CKorBoundingBoxesMD::CloneOne() const {

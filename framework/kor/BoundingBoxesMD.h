@@ -76,6 +76,8 @@ private:
     };
     // Made when first needed after a change.
     const SPieces& Pieces() const;
+    // The area of the union of boxes clipped to one piece.
+    long long PieceOverlapArea(size_t piece, const CKorBoundingBoxesMD& boxes) const;
 
     std::vector<SKorBoundingBox> m_Boxes;
     mutable SPieces m_Pieces; // padded with empty pieces to whole blocks
