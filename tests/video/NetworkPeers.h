@@ -1,6 +1,6 @@
 // Loopback peers for the media source's network tests: an HTTP server, a UDP sender of an MPEG-TS
-// file and a TCP server that accepts and never answers. Each runs on a
-// thread of its own from construction to destruction and only ever talks to 127.0.0.1.
+// file and a TCP server that accepts and never answers. Each runs on a thread of its own from
+// construction to destruction and only ever talks to 127.0.0.1.
 #pragma once
 
 #include <atomic>
