@@ -155,19 +155,6 @@ TEST(MotionLevelStamper, AWalkingFigureRaisesTheLevelAndAnEmptySceneDoesNot) {
     EXPECT_GT(walk[100], levels[100]);
 }
 
-TEST(MotionLevelStamper, ReorderingAndThreadsGiveTheSameLevelsInPacketOrder) {
-    zortest::CTestSink one;
-    zortest::CTestSink three;
-    const std::vector<int> a = StampedLevels("cif-bframes.ts", 1, one);
-    const std::vector<int> b = StampedLevels("cif-bframes.ts", 3, three);
-    EXPECT_EQ(a, b);
-    ASSERT_EQ(one.Count(), three.Count());
-    for (int i = 0; i < one.Count(); ++i) {
-        EXPECT_EQ(one.Packets()[static_cast<size_t>(i)]->GetTimeStamp(),
-                  three.Packets()[static_cast<size_t>(i)]->GetTimeStamp());
-    }
-}
-
 TEST(MotionLevelStamper, FramesAreStampedAndANewSequenceStartsAtZero) {
     CZorFrameBuilder builder;
     zortest::CTestSource source;

@@ -88,20 +88,6 @@ TEST(PeopleCountingMD, WithoutAnIntervalCountsFromTheStartOnAndCopiesWhole) {
     EXPECT_EQ(same->GetGeometry(), CKorPeopleCountingMD::GEOMETRY_NONE);
 }
 
-TEST(CountingMetadata, FindSkipsABareHandlerThatOnlyCarriesTheTag) {
-    // What a writer makes for a packet without a handler: a bare "LOD1" handler, the object after.
-    CKorMetadataHandler chain(kMetadataLeftObject);
-    EXPECT_EQ(CKorLeftObjectDetectionMD::Find(&chain), nullptr);
-    auto* lod = new CKorLeftObjectDetectionMD;
-    chain.Append(new CKorMetadataHandler(kMetadataPeopleCounting));
-    chain.Append(lod);
-    auto* pcd = new CKorPeopleCountingMD;
-    chain.Append(pcd);
-    EXPECT_EQ(CKorLeftObjectDetectionMD::Find(&chain), lod);
-    EXPECT_EQ(CKorPeopleCountingMD::Find(&chain), pcd);
-    EXPECT_EQ(CKorPeopleCountingMD::Find(nullptr), nullptr);
-}
-
 namespace {
 
 void AddTargets(CKorLeftObjectDetectionMD& md) {

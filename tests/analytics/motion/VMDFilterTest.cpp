@@ -68,7 +68,7 @@ protected:
     std::vector<double> m_Times;
 };
 
-TEST_F(VMDFilter, PropertiesCoupleLongDelayToTheBaselineWindowAndReadWholeBuckets) {
+TEST_F(VMDFilter, PropertiesCoupleLongDelayToTheBaselineWindowAndRefuseBadValues) {
     EXPECT_EQ(GetNumber(m_pFilter, "longDelay"), 20000);
     EXPECT_EQ(SetNumber(m_pFilter, "baselineWindow", 5000), 1);
     EXPECT_EQ(GetNumber(m_pFilter, "longDelay"), 15000);   // the hold time stayed 10000
@@ -79,9 +79,8 @@ TEST_F(VMDFilter, PropertiesCoupleLongDelayToTheBaselineWindowAndReadWholeBucket
     EXPECT_EQ(GetNumber(m_pFilter, "averagingWindow"), 1000);
     EXPECT_EQ(SetNumber(m_pFilter, "level", 3), 0);
     EXPECT_EQ(SetNumber(m_pFilter, "timeStamp", 3), 0);
-}
 
-TEST_F(VMDFilter, BadSettingsAreRefusedWithAMessageAndChangeNothing) {
+    // Bad settings are refused with a message and change nothing.
     CBelDiagnosticCapture capture;
     for (const char* name : {"baselineWindow", "averagingWindow", "shortDelay", "longDelay"}) {
         for (double bad : {-1.0, std::nan(""), 1e300}) {
@@ -122,37 +121,26 @@ TEST_F(VMDFilter, ReportsStartAndStopOfABurstAndPassesEveryPacket) {
     EXPECT_EQ(m_Sink.Count(), 750);
 }
 
-TEST_F(VMDFilter, NoLevelIsToldOnceAfterSixFramesAndOncePerLife) {
+// "No level" is told after six frames without one on a format that never had levels, once per
+// life of the filter; a gap on a format that had levels is no such thing.
+TEST_F(VMDFilter, NoLevelIsToldOnceAfterSixFramesOnAFormatWithoutLevels) {
     SetBoolean(m_pFilter, "enabled", true);
-    for (int i = 0; i < 5; ++i) {
-        Push(i * 40, -1);
+    for (int i = 0; i < 20; ++i) {
+        Push(i * 40, i < 10 ? 10 : -1, 7);
+    }
+    for (int i = 20; i < 25; ++i) {
+        Push(i * 40, -1, 8);
     }
     EXPECT_TRUE(m_pCallback->m_Calls.empty());
-    Push(200, INT_MIN); // no attribute at all counts as no level
+    Push(1000, INT_MIN, 8); // no attribute at all counts as no level
     ASSERT_EQ(m_pCallback->m_Calls.size(), 1u);
     EXPECT_TRUE(std::isnan(m_pCallback->m_Calls[0][0]));
     SetBoolean(m_pFilter, "enabled", false);
     SetBoolean(m_pFilter, "enabled", true);
     for (int i = 0; i < 20; ++i) {
-        Push(1000 + i * 40, -1);
+        Push(2000 + i * 40, -1, 8);
     }
     EXPECT_EQ(m_pCallback->m_Calls.size(), 1u);
-}
-
-TEST_F(VMDFilter, AFormatChangeMarksTheLevelUnavailableAgain) {
-    SetBoolean(m_pFilter, "enabled", true);
-    for (int i = 0; i < 10; ++i) {
-        Push(i * 40, 10, 7);
-    }
-    for (int i = 10; i < 20; ++i) {
-        Push(i * 40, -1, 7); // levels were seen on this format: a gap, not "no levels"
-    }
-    EXPECT_TRUE(m_pCallback->m_Calls.empty());
-    for (int i = 20; i < 26; ++i) {
-        Push(i * 40, -1, 8);
-    }
-    ASSERT_EQ(m_pCallback->m_Calls.size(), 1u);
-    EXPECT_TRUE(std::isnan(m_pCallback->m_Calls[0][0]));
 }
 
 TEST_F(VMDFilter, DisabledFilterPassesPacketsUntouchedAndDisablingResets) {
