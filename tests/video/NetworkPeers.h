@@ -1,6 +1,6 @@
-// Loopback peers for the media source's network tests: an HTTP server, a UDP sender of an MPEG-TS
-// file and a TCP server that accepts and never answers. Each runs on a thread of its own from
-// construction to destruction and only ever talks to 127.0.0.1.
+// Loopback peers for the media source's network tests: an HTTP server, a UDP or RTP sender of an
+// MPEG-TS file, an RTSP camera and a TCP server that accepts and never answers. Each runs on a
+// thread of its own from construction to destruction and only ever talks to 127.0.0.1.
 #pragma once
 
 #include <atomic>
@@ -59,17 +59,33 @@ private:
 };
 
 // Sends an MPEG-TS file to 127.0.0.1:port in datagrams of seven TS packets, over and over until
-// destroyed, as a camera streams.
+// destroyed, as a camera streams; with rtp, each datagram behind an RTP header (payload type 33).
 class CTsSender {
 public:
-    CTsSender(const std::string& file, int port);
+    CTsSender(const std::string& file, int port, bool rtp);
 
 private:
     void Send(const std::atomic<bool>& stop);
 
     std::string m_Data;
     int m_Port;
+    bool m_Rtp;
     CPeerThread m_Thread;
+};
+
+// An RTSP camera on 127.0.0.1: answers OPTIONS, DESCRIBE (one MPEG-TS track over RTP), SETUP
+// (RTP interleaved on the RTSP connection only) and PLAY, then streams an MPEG-TS file over and
+// over on the connection until the client goes or the camera is destroyed.
+class CRtspCamera {
+public:
+    explicit CRtspCamera(const std::string& file);
+    std::string Url() const;
+
+private:
+    void Session(int connection, const std::atomic<bool>& stop);
+
+    std::string m_Data;
+    CListener m_Listener;
 };
 
 // Accepts TCP connections and never says a word.

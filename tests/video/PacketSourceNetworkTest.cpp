@@ -80,14 +80,31 @@ TEST(PacketSourceNetwork, HttpFilesGiveTheFilesPackets) {
     EXPECT_EQ(remote.m_Sink.Packets()[50]->GetTimeStamp(), 1000);
 }
 
-// A camera's MPEG-TS over UDP: live, joined at a key frame, a picture every 40 ms.
-TEST(PacketSourceNetwork, LiveStreamsAreJoinedAtAKeyFrame) {
+enum class ELive { Udp, Rtp, Rtsp };
+
+class PacketSourceLive : public testing::TestWithParam<ELive> {};
+
+// A camera's MPEG-TS over UDP, over RTP, or over RTSP interleaved on its connection (as a camera
+// behind a firewall is usually asked for): live, joined at a key frame, a picture every 40 ms.
+TEST_P(PacketSourceLive, StreamsAreJoinedAtAKeyFrame) {
+    const ELive kind = GetParam();
     const int port = zortest::FreePort(true);
-    zortest::CTsSender sender(Media("h264_mp2.ts"), port);
+    std::unique_ptr<zortest::CTsSender> sender;
+    std::unique_ptr<zortest::CRtspCamera> camera;
+    std::string url;
+    SMediaOpenOptions options = Options(5.0, kind == ELive::Udp ? "mpegts" : "");
+    if (kind == ELive::Rtsp) {
+        camera = std::make_unique<zortest::CRtspCamera>(Media("h264_mp2.ts"));
+        url = camera->Url();
+        options.m_Options = {{"rtsp_transport", "tcp"}};
+    } else {
+        sender =
+            std::make_unique<zortest::CTsSender>(Media("h264_mp2.ts"), port, kind == ELive::Rtp);
+        url = std::string(kind == ELive::Rtp ? "rtp" : "udp") +
+              "://127.0.0.1:" + std::to_string(port);
+    }
     SGraph graph;
-    ASSERT_TRUE(
-        graph.m_Source.Open("udp://127.0.0.1:" + std::to_string(port), Options(5.0, "mpegts")))
-        << graph.m_Source.Error();
+    ASSERT_TRUE(graph.m_Source.Open(url, options)) << graph.m_Source.Error();
     EXPECT_TRUE(graph.m_Source.Demuxer().IsLive());
     graph.m_Source.Start();
     ASSERT_TRUE(RunUntil([&] { return graph.m_Sink.Count() >= 20; }));
@@ -104,6 +121,14 @@ TEST(PacketSourceNetwork, LiveStreamsAreJoinedAtAKeyFrame) {
             << i;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Transports, PacketSourceLive,
+                         testing::Values(ELive::Udp, ELive::Rtp, ELive::Rtsp),
+                         [](const testing::TestParamInfo<ELive>& info) {
+                             return std::string(info.param == ELive::Udp   ? "Udp"
+                                                : info.param == ELive::Rtp ? "Rtp"
+                                                                           : "Rtsp");
+                         });
 
 // Inputs that do not answer fail after the timeout, with the reason.
 TEST(PacketSourceNetwork, SilentOrMissingPeersFailWithTheReason) {
