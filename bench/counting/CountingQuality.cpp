@@ -10,14 +10,14 @@
 // (delay of the report past the target duration) and a walker who pauses (false reports), each
 // with the detector faults of SyntheticScenes at a normal and a heavy level, and with still
 // things fading into the background after 1.2 s as the object tracker's background does it.
-#include "tests/analytics/counting/RenderedScenes.h"
+#include "analytics/counting/synthetic/RenderedScenes.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
-using namespace zortest::counting;
+using namespace zor::counting::synthetic;
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "framework/jok/GenericData.h"
 #include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
-#include "tests/analytics/counting/SyntheticScenes.h"
+#include "analytics/counting/synthetic/SyntheticScenes.h"
 #include "tests/support/Harness.h"
 #include "tests/support/RecordingCallback.h"
 
@@ -20,7 +20,7 @@
 #include <string>
 
 using namespace zortest;
-using namespace zortest::counting;
+using namespace zor::counting::synthetic;
 
 namespace {
 

@@ -1,11 +1,11 @@
 // A coarse quality floor for the counting cores on synthetic scenes with known truth, on the
 // detector's boxes and once through the object tracker's image chain on the scenes drawn as video.
 // (bench/counting's quality program prints the full figures over many more scenes.)
-#include "tests/analytics/counting/RenderedScenes.h"
+#include "analytics/counting/synthetic/RenderedScenes.h"
 
 #include <gtest/gtest.h>
 
-using namespace zortest::counting;
+using namespace zor::counting::synthetic;
 
 namespace {
 

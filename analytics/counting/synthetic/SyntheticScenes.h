@@ -14,7 +14,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace zortest::counting {
+namespace zor::counting::synthetic {
 
 using zor::counting::SBox;
 
@@ -124,4 +124,4 @@ SLeftObjectRun DetectLeftObjectsIn(const std::vector<SFrame>& frames, const SSce
                                    long duration,
                                    const zor::counting::SLeftObjectConfig& config = {});
 
-} // namespace zortest::counting
+} // namespace zor::counting::synthetic

@@ -1,4 +1,4 @@
-#include "tests/analytics/counting/RenderedScenes.h"
+#include "analytics/counting/synthetic/RenderedScenes.h"
 
 #include "analytics/image/BeluiBitmapBuffer.h"
 #include "analytics/tracking/SyntheticClip.h"
@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-namespace zortest::counting {
+namespace zor::counting::synthetic {
 
 std::vector<SFrame> TrackScene(const SScene& scene, double noiseSigma) {
     SZorSynthScene synth;
@@ -53,4 +53,4 @@ std::vector<SFrame> TrackScene(const SScene& scene, double noiseSigma) {
     return frames;
 }
 
-} // namespace zortest::counting
+} // namespace zor::counting::synthetic

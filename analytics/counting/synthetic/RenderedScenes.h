@@ -4,11 +4,11 @@
 // camera, with the truth still known from the paths.
 #pragma once
 
-#include "tests/analytics/counting/SyntheticScenes.h"
+#include "analytics/counting/synthetic/SyntheticScenes.h"
 
-namespace zortest::counting {
+namespace zor::counting::synthetic {
 
 // noiseSigma: the sensor noise in grey levels.
 std::vector<SFrame> TrackScene(const SScene& scene, double noiseSigma = 3.0);
 
-} // namespace zortest::counting
+} // namespace zor::counting::synthetic

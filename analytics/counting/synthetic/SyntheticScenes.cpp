@@ -1,10 +1,10 @@
-#include "tests/analytics/counting/SyntheticScenes.h"
+#include "analytics/counting/synthetic/SyntheticScenes.h"
 
 #include <algorithm>
 #include <cmath>
 #include <random>
 
-namespace zortest::counting {
+namespace zor::counting::synthetic {
 
 bool SActor::PositionAt(long time, double* x, double* y) const {
     if (m_Path.empty() || time < m_Path.front().m_Time || time > m_Path.back().m_Time) {
@@ -368,4 +368,4 @@ SLeftObjectRun DetectLeftObjectsIn(const std::vector<SFrame>& frames, const SSce
     return run;
 }
 
-} // namespace zortest::counting
+} // namespace zor::counting::synthetic
