@@ -5,13 +5,13 @@
 #include "analytics/counting/PCAFilter.h"
 #include "analytics/counting/PeopleCountFilter.h"
 
+#include "analytics/counting/synthetic/SyntheticScenes.h"
 #include "framework/bel/BelDiagnostics.h"
 #include "framework/jok/Command.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
 #include "framework/kor/BoundingBoxesMD.h"
 #include "framework/kor/Packet.h"
-#include "analytics/counting/synthetic/SyntheticScenes.h"
 #include "tests/support/Harness.h"
 #include "tests/support/RecordingCallback.h"
 
