@@ -273,6 +273,15 @@ const CKorBoundingBoxesMD::SPieces& CKorBoundingBoxesMD::Pieces() const {
     }
     m_Best.assign(padded, 0);
     m_Sum.assign(padded, 0);
+    m_ChunkBest.assign(padded, 0);
+    m_ChunkSum.assign(padded, 0);
+    m_PieceArea.assign(m_PieceCount, 0);
+    m_LargestPiece = 0;
+    for (size_t j = 0; j < m_PieceCount; ++j) {
+        m_PieceArea[j] = static_cast<long long>(m_Pieces.m_Right[j] - m_Pieces.m_Left[j]) *
+                         (m_Pieces.m_Bottom[j] - m_Pieces.m_Top[j]);
+        m_LargestPiece = std::max(m_LargestPiece, m_PieceArea[j]);
+    }
     m_PiecesValid = true;
     return m_Pieces;
 }
@@ -306,14 +315,15 @@ long long CKorBoundingBoxesMD::OverlapArea(const CKorBoundingBoxesMD& boxes) con
 namespace {
 
 // Every box against every piece: per piece the largest and the summed box overlap. Answers true
-// as soon as one box covers `needed` pixels of one piece (the sums are then incomplete). Built
-// twice, for AVX2 and for the baseline, and the loader picks one; it is integer arithmetic, so
-// both give the same answers.
+// as soon as one box covers `needed` pixels of one piece (the sums are then incomplete). In 32
+// bits, twice the vector width of 64: one overlap of 16-bit coordinates fits, and the caller
+// keeps each call's boxes few enough that no sum passes 32 bits. Built twice, for AVX2 and for
+// the baseline, and the loader picks one; it is integer arithmetic, so both give the same answers.
 __attribute__((target_clones("avx2", "default"))) bool
 PairOverlaps(const SKorBoundingBox* boxes, size_t count, const std::int32_t* __restrict left,
              const std::int32_t* __restrict top, const std::int32_t* __restrict right,
-             const std::int32_t* __restrict bottom, size_t blocks, long long needed,
-             long long* __restrict best, long long* __restrict sum) {
+             const std::int32_t* __restrict bottom, size_t blocks, std::uint32_t needed,
+             std::uint32_t* __restrict best, std::uint32_t* __restrict sum) {
     for (size_t j = 0; j < blocks * kPieceBlock; ++j) {
         best[j] = 0;
         sum[j] = 0;
@@ -321,7 +331,7 @@ PairOverlaps(const SKorBoundingBox* boxes, size_t count, const std::int32_t* __r
     for (size_t i = 0; i < count; ++i) {
         const std::int32_t l = boxes[i].m_Left, t = boxes[i].m_Top;
         const std::int32_t r = boxes[i].m_Right, b = boxes[i].m_Bottom;
-        long long largest = 0;
+        std::uint32_t largest = 0;
         for (size_t block = 0; block < blocks; ++block) {
             const size_t base = block * kPieceBlock;
             for (size_t k = 0; k < kPieceBlock; ++k) {
@@ -330,7 +340,8 @@ PairOverlaps(const SKorBoundingBox* boxes, size_t count, const std::int32_t* __r
                 std::int32_t h = std::min(b, bottom[j]) - std::max(t, top[j]);
                 w = w > 0 ? w : 0;
                 h = h > 0 ? h : 0;
-                const long long a = static_cast<long long>(w) * h;
+                const std::uint32_t a =
+                    static_cast<std::uint32_t>(w) * static_cast<std::uint32_t>(h);
                 sum[j] += a;
                 best[j] = a > best[j] ? a : best[j];
                 largest = a > largest ? a : largest;
@@ -354,14 +365,27 @@ bool CKorBoundingBoxesMD::Intersects(const CKorBoundingBoxesMD* boxes, long minO
     // Bounds first: the largest single box-piece overlap per piece sums to no more than the
     // exact area (pieces are disjoint), and all pairwise overlaps sum to no less. Only when the
     // threshold falls between them is the exact sweep needed.
-    if (PairOverlaps(boxes->m_Boxes.data(), boxes->m_Boxes.size(), pieces.m_Left.data(),
-                     pieces.m_Top.data(), pieces.m_Right.data(), pieces.m_Bottom.data(),
-                     pieces.m_Left.size() / kPieceBlock, needed, m_Best.data(), m_Sum.data())) {
-        return true;
+    const size_t count = boxes->m_Boxes.size();
+    const size_t chunk = std::max<size_t>(1, UINT32_MAX / std::max(m_LargestPiece, 1LL));
+    const auto needed32 = static_cast<std::uint32_t>(std::min<long long>(needed, UINT32_MAX));
+    std::fill(m_Best.begin(), m_Best.end(), 0);
+    std::fill(m_Sum.begin(), m_Sum.end(), 0);
+    for (size_t first = 0; first < count; first += chunk) {
+        if (PairOverlaps(boxes->m_Boxes.data() + first, std::min(chunk, count - first),
+                         pieces.m_Left.data(), pieces.m_Top.data(), pieces.m_Right.data(),
+                         pieces.m_Bottom.data(), pieces.m_Left.size() / kPieceBlock, needed32,
+                         m_ChunkBest.data(), m_ChunkSum.data())) {
+            return true;
+        }
+        for (size_t j = 0; j < m_PieceCount; ++j) {
+            m_Best[j] = std::max<long long>(m_Best[j], m_ChunkBest[j]);
+            m_Sum[j] += m_ChunkSum[j];
+        }
     }
     long long lower = 0;
     long long upper = 0;
     for (size_t j = 0; j < m_PieceCount; ++j) {
+        m_Sum[j] = std::min(m_Sum[j], m_PieceArea[j]); // boxes cover at most the whole piece
         lower += m_Best[j];
         upper += m_Sum[j];
     }
@@ -372,7 +396,8 @@ bool CKorBoundingBoxesMD::Intersects(const CKorBoundingBoxesMD* boxes, long minO
         return false;
     }
     // Exact, piece by piece, only where boxes overlap each other within a piece (elsewhere the
-    // sum is the union), stopping as soon as the answer is certain either way.
+    // sum is the union; a piece one box covers whole is its area), stopping as soon as the answer
+    // is certain either way.
     long long exact = 0;
     long long rest = upper;
     for (size_t j = 0; j < m_PieceCount; ++j) {

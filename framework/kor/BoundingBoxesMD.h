@@ -86,6 +86,9 @@ private:
     // Per-test scratch, kept so that a test allocates nothing once warm: an object serves one
     // detector, whose calls do not overlap.
     mutable std::vector<long long> m_Best, m_Sum;
+    mutable std::vector<std::uint32_t> m_ChunkBest, m_ChunkSum;
+    mutable std::vector<long long> m_PieceArea;
+    mutable long long m_LargestPiece = 0; // bounds the boxes one 32-bit pass may take
     mutable struct {
         std::vector<SRect> m_Clipped;
         std::vector<std::int32_t> m_Xs;

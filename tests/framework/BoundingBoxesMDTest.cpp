@@ -136,6 +136,22 @@ TEST(BoundingBoxesMD, OverlapMatchesPixelCountingOnRandomRectangles) {
         ASSERT_EQ(m->OverlapArea(*b), exact) << "round " << round;
         EXPECT_EQ(m->Intersects(b.get(), static_cast<long>(exact)), exact > 0) << "round " << round;
         EXPECT_FALSE(m->Intersects(b.get(), static_cast<long>(exact) + 1)) << "round " << round;
+        // The same shapes near the 16-bit limit, where sums of overlaps pass 32 bits.
+        const auto scaled = [](Rects r) {
+            for (SKorBoundingBox& box : r) {
+                box = {static_cast<std::uint16_t>(box.m_Left * 1000),
+                       static_cast<std::uint16_t>(box.m_Top * 1000),
+                       static_cast<std::uint16_t>(box.m_Right * 1000),
+                       static_cast<std::uint16_t>(box.m_Bottom * 1000), 0};
+            }
+            return r;
+        };
+        const auto bigMask = Make(scaled(mask));
+        const auto bigBoxes = Make(scaled(boxes));
+        const long big = static_cast<long>(exact) * 1000000;
+        ASSERT_EQ(bigMask->OverlapArea(*bigBoxes), big) << "round " << round;
+        EXPECT_EQ(bigMask->Intersects(bigBoxes.get(), big), exact > 0) << "round " << round;
+        EXPECT_FALSE(bigMask->Intersects(bigBoxes.get(), big + 1)) << "round " << round;
     }
 }
 
