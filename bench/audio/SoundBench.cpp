@@ -6,6 +6,7 @@
 #include "audio/AudioSampleMixer.h"
 #include "audio/Detector.h"
 #include "audio/sound/SampleKernels.h"
+#include "bench/support/AllocationCounter.h"
 #include "framework/jok/CommandContext.h"
 #include "framework/jok/GenericData.h"
 #include "framework/kor/Packet.h"
@@ -13,17 +14,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
 namespace {
-
-std::atomic<long> g_Allocations{0};
 
 constexpr std::size_t kPacketSamples = 720;
 
@@ -119,14 +115,14 @@ void BM_AnalyzerWithDetector(benchmark::State& state) {
     CKorModule* module = analyzer->Module();
     *module | loop.m_Sink;
     double t = 1.0;
-    const long allocationsBefore = g_Allocations.load();
+    const long allocationsBefore = zorbench::AllocationCount();
     for (auto _ : state) {
         loop.m_pPacket->SetRealTimeStamp(t += 0.09);
         loop.m_pPacket->AddRef();
         module->Receive(loop.m_pPacket);
     }
     state.counters["allocs_per_packet"] =
-        static_cast<double>(g_Allocations.load() - allocationsBefore) /
+        static_cast<double>(zorbench::AllocationCount() - allocationsBefore) /
         static_cast<double>(state.iterations());
     ReportSamples(state, ZorSampleKernels().m_Path);
     module->LinkModule(CKorNullModule::GetModule());
@@ -141,7 +137,7 @@ void BM_MixerWithClip(benchmark::State& state) {
         reinterpret_cast<const char*>(samples.data()), 2 * samples.size());
     SPacketLoop loop;
     mixer | loop.m_Sink;
-    const long allocationsBefore = g_Allocations.load();
+    const long allocationsBefore = zorbench::AllocationCount();
     for (auto _ : state) {
         if (!mixer.IsPlaying()) {
             mixer.Play("clip", clip, 0.5, nullptr);
@@ -150,7 +146,7 @@ void BM_MixerWithClip(benchmark::State& state) {
         mixer.Receive(loop.m_pPacket);
     }
     state.counters["allocs_per_packet"] =
-        static_cast<double>(g_Allocations.load() - allocationsBefore) /
+        static_cast<double>(zorbench::AllocationCount() - allocationsBefore) /
         static_cast<double>(state.iterations());
     ReportSamples(state, ZorSampleKernels().m_Path);
     mixer.LinkModule(CKorNullModule::GetModule());
@@ -160,21 +156,3 @@ BENCHMARK(BM_MixerWithClip);
 const int kRegistered = (RegisterLoops(), 0);
 
 } // namespace
-
-// Counts the heap allocations of the measured loops.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-    g_Allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size ? size : 1)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-#pragma GCC diagnostic pop

@@ -4,20 +4,16 @@
 #include "framework/kor/PacketSource.h"
 #include "framework/kor/UnbufferedModule.h"
 
+#include "bench/support/AllocationCounter.h"
 #include "tests/support/Harness.h"
 #include <algorithm>
-#include <atomic>
 #include <ctime>
 
 #include <benchmark/benchmark.h>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <vector>
 
 namespace {
-
-std::atomic<long> g_Allocations{0};
 
 class CPassThrough : public CKorUnbufferedModule {
 public:
@@ -55,11 +51,11 @@ void BM_PacketThroughPassThroughChain(benchmark::State& state) {
     // Warm the pool so the loop measures the steady state.
     g_DataPacketSource.NewPacket(256)->Release();
     CKorPacket* packet = g_DataPacketSource.NewPacket(256);
-    const long allocationsBefore = g_Allocations.load();
+    const long allocationsBefore = zorbench::AllocationCount();
     for (auto _ : state) {
         chain.Send(packet);
     }
-    const long allocations = g_Allocations.load() - allocationsBefore;
+    const long allocations = zorbench::AllocationCount() - allocationsBefore;
     packet->Release();
     state.counters["allocs_per_packet"] =
         static_cast<double>(allocations) / static_cast<double>(state.iterations());
@@ -104,34 +100,14 @@ BENCHMARK(BM_PassThroughHop)->UseManualTime();
 void BM_PooledPacketThroughFiveModules(benchmark::State& state) {
     SChain chain(5);
     g_DataPacketSource.NewPacket(256)->Release();
-    const long allocationsBefore = g_Allocations.load();
+    const long allocationsBefore = zorbench::AllocationCount();
     for (auto _ : state) {
         chain.m_Head.DownStreamModule()->Receive(g_DataPacketSource.NewPacket(256));
     }
     state.counters["allocs_per_packet"] =
-        static_cast<double>(g_Allocations.load() - allocationsBefore) /
+        static_cast<double>(zorbench::AllocationCount() - allocationsBefore) /
         static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_PooledPacketThroughFiveModules);
 
 } // namespace
-
-// Counts every heap allocation of the process.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-    g_Allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size ? size : 1)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-#pragma GCC diagnostic pop
